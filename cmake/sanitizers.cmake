@@ -1,0 +1,8 @@
+if(VUKO_SANITIZE)
+  add_compile_options(-fsanitize=${VUKO_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${VUKO_SANITIZE})
+endif()
+if(VUKO_COVERAGE)
+  add_compile_options(--coverage)
+  add_link_options(--coverage)
+endif()
