@@ -187,6 +187,23 @@ public:
     /// Returns, having logged the reason to syslog, only when the account is unknown or memory ran out.
     void RunChild(const std::string& strArg);
 
+    /// Stages the job's program; MoveBinaryToTmp().
+    bool Init();
+
+    /// Copies the program, "cmd_list"[0], to SZF_TMP_BIN_FOLDER/NAME, points "cmd_list"[0] at the copy, and gives the
+    /// copy to the job's account with mode 0700, so that later runs start the private copy.
+    ///
+    /// The folder must be there, and its owner must be trusted. The copy is made by /usr/bin/cp -af, which replaces an
+    /// older one; two jobs of one name share it.
+    ///
+    /// A trap: a symbolic link is copied as a link, while ownership and mode are set through it, on what it points
+    /// to. Whoever can choose the program of a job can so have a file of their choice made 0700 and given to the job's
+    /// account. Do not stage programs that others than root can replace by a link.
+    ///
+    /// @return false when a step failed: "missing binary", "Failed to cp", "Failed to chown if permissions are
+    ///         incorrect" (after its cause), "Failed to chmod". Once the copy is made, "cmd_list" stays pointed at it.
+    bool MoveBinaryToTmp();
+
     /// Writes out what the execution log holds in memory; gLogger.FlushAll().
     static void FlushLog();
 
@@ -200,6 +217,37 @@ public:
 
     /// The execution log. Ready before main(); its destructor does not flush.
     static MemoryLogger gLogger;
+};
+
+/// A job of random fields only ("~ ~ ~ ~ ~") whose values, drawn once and kept in a file, are the whole system's:
+/// handed to CronJob::GenerateSchedule() as the preferred values, they let random jobs land on the same times.
+class VUKO_API ScheduleTemplate : public CronJob {
+public:
+    /// Builds the default template and draws a value for each field. Logged, should that ever be invalid: "Default
+    /// scheduled template config format invalid".
+    ScheduleTemplate();
+
+    /// Replaces the template by the one stored in a file: its job document, values included, and "maxDelay" where that
+    /// is an integer and not negative.
+    ///
+    /// @return false when the file cannot be read or is not JSON (silently) or holds no valid job ("Failed to parse
+    ///         schedule template from [...]"): the template is then as it was.
+    bool fromFile(const std::string& path);
+
+    /// Writes the template to a file: its job document, unknown members included, and "maxDelay" where `_iMaxDelay`
+    /// is not MAX_DELAY_BETWEEN_JOBS.
+    ///
+    /// @return false when it cannot be written; the old file is then as it was.
+    bool toFile(const std::string& path) const;
+
+    /// Draws the value of one field anew.
+    void GenerateSchedule(const std::string& type);
+
+    /// @return the value of one field, ready to be passed on as a preferred value; -1 when the template does not hold
+    ///         exactly one.
+    int GetGeneratedSchedule(const std::string& type) const;
+
+    std::int32_t _iMaxDelay; ///< seconds over which the service may spread jobs
 };
 
 } // namespace VUKOCrond

@@ -1,0 +1,39 @@
+# The way in: make demo, make test. Everything here is a short name for a cmake preset (see CMakePresets.json).
+
+.PHONY: all demo test test-asan test-tsan test-clang bench install format clean
+.DEFAULT_GOAL := all
+
+all:
+	@tools/install-deps.sh build
+	cmake --preset release -DVUKO_BUILD_TESTS=OFF -DVUKO_BUILD_BENCH=OFF
+	cmake --build --preset release
+
+demo: all
+	demo/run build/release/bin
+
+# One after the other, and the plain build last: its summary is the one to read.
+test: test-asan
+	cmake --preset dev
+	cmake --build --preset dev
+	ctest --preset dev
+
+test-asan test-tsan test-clang: test-%:
+	@tools/install-deps.sh build test
+	cmake --preset $*
+	cmake --build --preset $*
+	ctest --preset $*
+
+bench:
+	@tools/install-deps.sh build bench
+	cmake --preset release -DVUKO_BUILD_TESTS=OFF -DVUKO_BUILD_BENCH=ON
+	cmake --build --preset release
+	build/release/bin/vuko_bench
+
+install: all
+	cmake --install build/release
+
+format:
+	git ls-files '*.h' '*.cpp' | xargs clang-format -i
+
+clean:
+	rm -rf build

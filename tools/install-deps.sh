@@ -1,0 +1,42 @@
+#!/bin/sh
+# install-deps.sh SET...: installs the Debian packages that are missing for what one wants to do. Sets: build test bench.
+# Does nothing, and asks for no rights, where all of them are there already.
+set -eu
+
+packages() {
+    case $1 in
+    build) echo g++ cmake ninja-build pkg-config libjsoncpp-dev libboost-dev libsystemd-dev libcli11-dev ;;
+    test) echo libgtest-dev valgrind dbus dbus-daemon python3 ;;
+    bench) echo libbenchmark-dev ;;
+    *)
+        echo "install-deps.sh: unknown set '$1' (build, test, bench)" >&2
+        exit 2
+        ;;
+    esac
+}
+
+missing=
+for set in "$@"; do
+    wanted=$(packages "$set")
+    for package in $wanted; do
+        state=$(dpkg-query -W -f '${db:Status-Abbrev}' "$package" 2>/dev/null || true)
+        case $state in
+        ii*) ;;
+        *) missing="$missing $package" ;;
+        esac
+    done
+done
+[ -n "$missing" ] || exit 0
+
+if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || {
+        echo "install-deps.sh: these packages are missing, and installing them needs root:$missing" >&2
+        exit 1
+    }
+    sudo=sudo
+fi
+echo "Installing:$missing"
+export DEBIAN_FRONTEND=noninteractive
+${sudo:-} apt-get update -qq
+# shellcheck disable=SC2086 # a list of words is meant
+${sudo:-} apt-get install -y -qq --no-install-recommends $missing >/dev/null
