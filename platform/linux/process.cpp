@@ -1,0 +1,167 @@
+#include "platform/vlibc.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstddef>
+#include <memory>
+#include <new>
+
+#include "platform/linux/filedescriptor.h"
+#include "platform/linux/interrupt.h"
+#include "platform/linux/lasterror.h"
+
+namespace VUKO::PLATFORM {
+
+namespace {
+
+constexpr int EXIT_NOT_STARTED = 127;
+constexpr int SIGNALED_BASE = 128;
+
+/// Moves a descriptor off 0, 1 and 2. A caller that has these closed gets them from pipe(); a program that starts with
+/// one of them closed must find it closed, and must not lose the report by opening its own file there.
+bool MoveAboveStandard(FileDescriptor& fd) {
+    if (fd.Get() > STDERR_FILENO) {
+        return true;
+    }
+    fd = FileDescriptor(::fcntl(fd.Get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+    return static_cast<bool>(fd);
+}
+
+/// The pipe on which a child tells why its program could not be started. It closes by itself when the program starts,
+/// which is how the parent learns of success.
+struct ReportPipe {
+    FileDescriptor fdRead;
+    FileDescriptor fdWrite;
+
+    bool Open() {
+        int aiEnds[2];
+        if (::pipe2(aiEnds, O_CLOEXEC) != 0) {
+            return false;
+        }
+        fdRead = FileDescriptor(aiEnds[0]);
+        fdWrite = FileDescriptor(aiEnds[1]);
+        return MoveAboveStandard(fdRead) && MoveAboveStandard(fdWrite);
+    }
+};
+
+/// The child's part. Only async-signal-safe calls: the parent may have had other threads, whose locks are now held by
+/// nobody.
+[[noreturn]] void BecomeProgram(const char* szPath, char* const aszArgv[], int iReportFd) {
+    ::execve(szPath, aszArgv, environ);
+    const int iCode = errno;
+    const ssize_t iWritten = ::write(iReportFd, &iCode, sizeof(iCode));
+    static_cast<void>(iWritten); // nobody is left to be told
+    ::_exit(EXIT_NOT_STARTED);
+}
+
+/// @return 0 when the child has become its program, else the errno value that kept it from that.
+int ReadReport(int iReportFd) {
+    int iCode = 0;
+    const ssize_t iRead = RetryInterrupted([&] { return ::read(iReportFd, &iCode, sizeof(iCode)); });
+    return iRead == static_cast<ssize_t>(sizeof(iCode)) ? iCode : 0;
+}
+
+int WaitFor(pid_t pid) {
+    int iStatus = 0;
+    if (RetryInterrupted([&] { return ::waitpid(pid, &iStatus, 0); }) < 0) {
+        VUKO_SET_ERROR(errno);
+        return -1;
+    }
+    return WIFSIGNALED(iStatus) ? SIGNALED_BASE + WTERMSIG(iStatus) : WEXITSTATUS(iStatus);
+}
+
+/// What VLIBCExecv() and VLIBCExec() have in common. It forks by itself: a program may have its own VLIBCProcForkEx().
+int Execute(const char* szPath, char* const aszArgv[], bool bWait) {
+    if (szPath == nullptr || aszArgv == nullptr) {
+        VUKO_SET_ERROR(EFAULT);
+        return -1;
+    }
+    ReportPipe report;
+    if (!report.Open()) {
+        VUKO_SET_ERROR(errno);
+        return -1;
+    }
+    const pid_t pid = ::fork();
+    if (pid < 0) {
+        VUKO_SET_ERROR(errno);
+        return -1;
+    }
+    if (pid == 0) {
+        BecomeProgram(szPath, aszArgv, report.fdWrite.Get());
+    }
+    report.fdWrite.Close();
+    if (const int iCode = ReadReport(report.fdRead.Get()); iCode != 0) {
+        RetryInterrupted([&] { return ::waitpid(pid, nullptr, 0); });
+        VUKO_SET_ERROR(iCode);
+        return -1;
+    }
+    return bWait ? WaitFor(pid) : pid;
+}
+
+int ExecuteKeepingErrno(const char* szPath, char* const aszArgv[], bool bWait) {
+    ErrnoKeeper keeper;
+    const int iResult = Execute(szPath, aszArgv, bWait);
+    if (iResult < 0) {
+        keeper.LetGo();
+    }
+    return iResult;
+}
+
+} // namespace
+
+} // namespace VUKO::PLATFORM
+
+pid_t VLIBCProcForkEx(int /*flags*/) {
+    // No handler of the parent's may run in the child before it has its own set-up, so nothing gets through until the
+    // masks are what they shall be on both sides.
+    sigset_t setAll;
+    sigset_t setNone;
+    sigset_t setBefore;
+    sigfillset(&setAll);
+    sigemptyset(&setNone);
+    pthread_sigmask(SIG_SETMASK, &setAll, &setBefore);
+    const pid_t pid = ::fork();
+    const int iCode = errno;
+    pthread_sigmask(SIG_SETMASK, pid == 0 ? &setNone : &setBefore, nullptr);
+    if (pid < 0) {
+        VUKO_SET_ERROR(iCode);
+    }
+    return pid;
+}
+
+int VLIBCExecv(const char* path, char* const argv[], int wait) {
+    return VUKO::PLATFORM::ExecuteKeepingErrno(path, argv, wait != 0);
+}
+
+int VLIBCExec(const char* prog, ...) {
+    std::size_t uCount = 1;
+    va_list arguments;
+    va_start(arguments, prog);
+    while (va_arg(arguments, char*) != nullptr) {
+        ++uCount;
+    }
+    va_end(arguments);
+
+    const std::unique_ptr<char*[]> aszArgv(new (std::nothrow) char*[uCount + 1]);
+    if (aszArgv == nullptr) {
+        VUKO_SET_ERROR(ENOMEM);
+        return -1;
+    }
+    aszArgv[0] = const_cast<char*>(prog); // execve() takes what it does not change as char*
+    va_start(arguments, prog);
+    for (std::size_t uIndex = 1; uIndex <= uCount; ++uIndex) {
+        aszArgv[uIndex] = va_arg(arguments, char*);
+    }
+    va_end(arguments);
+
+    const int iStatus = VUKO::PLATFORM::ExecuteKeepingErrno(prog, aszArgv.get(), true);
+    if (iStatus > 0) {
+        const VUKO::PLATFORM::ErrnoKeeper keeper;
+        VUKO_SET_ERROR(iStatus);
+    }
+    return iStatus;
+}
