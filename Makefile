@@ -1,6 +1,8 @@
 # The way in: make demo, make test. Everything here is a short name for a cmake preset (see CMakePresets.json).
 
-.PHONY: all demo test test-asan test-tsan test-clang bench install format clean
+# Test steps run one after the other even under make -j: each uses both cores already.
+.NOTPARALLEL:
+.PHONY: all demo test test-dev test-asan test-tsan test-clang test-fuzz bench install format clean
 .DEFAULT_GOAL := all
 
 all:
@@ -12,13 +14,12 @@ demo: all
 	demo/run build/release/bin
 
 # One after the other, and the plain build last: its summary is the one to read.
-test: test-asan
-	cmake --preset dev
-	cmake --build --preset dev
-	ctest --preset dev
+test: test-fuzz test-asan test-dev
 
-test-asan test-tsan test-clang: test-%:
-	@tools/install-deps.sh build test
+test-clang test-fuzz: DEPS = $(@:test-%=%)
+
+test-dev test-asan test-tsan test-clang test-fuzz: test-%:
+	@tools/install-deps.sh build test $(DEPS)
 	cmake --preset $*
 	cmake --build --preset $*
 	ctest --preset $*

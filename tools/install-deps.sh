@@ -1,5 +1,5 @@
 #!/bin/sh
-# install-deps.sh SET...: installs the Debian packages that are missing for what one wants to do. Sets: build test bench.
+# install-deps.sh SET...: installs the Debian packages that are missing for what one wants to do. Sets: build test clang fuzz bench.
 # Does nothing, and asks for no rights, where all of them are there already.
 set -eu
 
@@ -7,9 +7,11 @@ packages() {
     case $1 in
     build) echo g++ cmake ninja-build pkg-config libjsoncpp-dev libboost-dev libsystemd-dev libcli11-dev ;;
     test) echo libgtest-dev valgrind dbus dbus-daemon python3 ;;
+    clang) echo clang-14 ;;
+    fuzz) echo clang-14 libclang-rt-14-dev ;;
     bench) echo libbenchmark-dev ;;
     *)
-        echo "install-deps.sh: unknown set '$1' (build, test, bench)" >&2
+        echo "install-deps.sh: unknown set '$1' (build, test, clang, fuzz, bench)" >&2
         exit 2
         ;;
     esac
