@@ -1,0 +1,37 @@
+#pragma once
+
+#include <sys/stat.h>
+
+#include <json/json.h>
+
+#include <optional>
+#include <string>
+
+namespace VUKO::VUKOCrond::Service {
+
+/// An account other than root and the service's own that may own definitions in one place; none in most places.
+using PackageOwner = std::optional<uid_t>;
+
+/// Root and the account that the service runs as: whatever they own needs no further proof.
+bool IsTrustedOwner(uid_t uid);
+
+/// Why an entry cannot be trusted with what the service runs: others may write it, or it belongs to somebody who has
+/// no say here.
+///
+/// @return the reason, fit for a log line; empty when there is none.
+std::string WhyUntrusted(const struct stat& stEntry, PackageOwner uidPackage);
+
+/// Outcome of reading a definition file: the document, or the reason why there is none.
+struct DefinitionFile {
+    Json::Value jsDocument;
+    std::string strReason; ///< fit for a log line; empty when the document was read
+    bool bGone = false;    ///< the file was removed between the listing of its folder and now: nothing to report
+};
+
+/// Reads a definition file that belongs to a trusted owner or to `uidPackage`. The file that is checked is the file
+/// that is read, whatever somebody does to the folder meanwhile; a link, a device or a pipe is not even opened.
+///
+/// @param iFolder  descriptor of the folder. Throws nothing but std::bad_alloc.
+DefinitionFile ReadDefinitionFile(int iFolder, const std::string& strName, PackageOwner uidPackage);
+
+} // namespace VUKO::VUKOCrond::Service

@@ -1,0 +1,223 @@
+#include "service/definitionreason.h"
+
+#include <array>
+#include <limits>
+#include <locale>
+#include <optional>
+#include <sstream>
+#include <vector>
+
+#include "platform/vukoutils.h"
+#include "service/logtext.h"
+
+namespace VUKO::VUKOCrond::Service {
+
+namespace {
+
+struct FieldDomain {
+    const char* szName;
+    int iFrom;
+    int iTo;
+};
+
+/// In the order in which a schedule text has them.
+constexpr std::array<FieldDomain, 5> FIELDS = {
+    {{"minute", 0, 59}, {"hour", 0, 23}, {"day", 1, 31}, {"month", 1, 12}, {"week", 0, 6}}};
+
+std::string InField(const std::string& strField, const std::string& strReason) {
+    return "field " + Quoted(strField) + ": " + strReason;
+}
+
+/// "expected WHAT, found KIND", or that the field is not there at all.
+std::string Unexpected(const Json::Value& jsDefinition, const std::string& strField, const std::string& strExpected) {
+    if (!jsDefinition.isMember(strField)) {
+        return InField(strField, "missing, expected " + strExpected);
+    }
+    return InField(strField, "expected " + strExpected + ", found " + KindOf(jsDefinition[strField]));
+}
+
+/// One decimal int with blanks around it and nothing else.
+std::optional<int> ReadNumber(const std::string& strText) {
+    std::istringstream ss(strText);
+    ss.imbue(std::locale::classic());
+    int iValue = 0;
+    if (!(ss >> iValue)) {
+        return std::nullopt;
+    }
+    if (!ss.eof()) {
+        ss >> std::ws;
+    }
+    return ss.eof() ? std::optional<int>(iValue) : std::nullopt;
+}
+
+std::string WhyNoValue(const FieldDomain& field, const std::string& strText) {
+    const std::optional<int> number = ReadNumber(strText);
+    if (!number) {
+        return Quoted(strText) + " is no number";
+    }
+    if (*number < field.iFrom || *number > field.iTo) {
+        return std::to_string(*number) + " is not in " + std::to_string(field.iFrom) + ".." + std::to_string(field.iTo);
+    }
+    return std::string();
+}
+
+std::string WhyNoRandomRange(const FieldDomain& field, const std::string& strPiece) {
+    std::vector<std::string> vecParts;
+    VUKOUtils::StringExplode(vecParts, strPiece, "~");
+    if (vecParts.size() != 2) {
+        return Quoted(strPiece) + " is not of the form A~B";
+    }
+    for (const std::string& strPart : vecParts) {
+        const std::string strReason = WhyNoValue(field, strPart);
+        if (!strReason.empty()) {
+            return strReason + " (in " + Quoted(strPiece) + ")";
+        }
+    }
+    if (*ReadNumber(vecParts[1]) < *ReadNumber(vecParts[0])) {
+        return Quoted(strPiece) + " ends before it begins";
+    }
+    return std::string();
+}
+
+std::string WhyNoField(const FieldDomain& field, const std::string& strField) {
+    std::vector<std::string> vecPieces;
+    VUKOUtils::StringExplode(vecPieces, strField, ",");
+    for (const std::string& strPiece : vecPieces) {
+        if (strPiece.front() == '~' || strPiece.front() == '*') {
+            continue; // whatever follows is not read
+        }
+        const std::string strReason =
+            strPiece.find('~') == std::string::npos ? WhyNoValue(field, strPiece) : WhyNoRandomRange(field, strPiece);
+        if (!strReason.empty()) {
+            return std::string(field.szName) + ": " + strReason;
+        }
+    }
+    return std::string();
+}
+
+/// A number in the place of the text is converted by the library, but never into five fields.
+std::string WhyNoCrontab(const Json::Value& jsDefinition) {
+    if (!jsDefinition["crontab"].isString()) {
+        return Unexpected(jsDefinition, "crontab", "a text of five fields");
+    }
+    std::vector<std::string> vecFields;
+    VUKOUtils::StringExplode(vecFields, jsDefinition["crontab"].asString(), " ");
+    if (vecFields.size() != FIELDS.size()) {
+        return InField("crontab",
+                       "expected five fields separated by blanks, found " + std::to_string(vecFields.size()));
+    }
+    for (std::size_t i = 0; i < FIELDS.size(); ++i) {
+        const std::string strReason = WhyNoField(FIELDS[i], vecFields[i]);
+        if (!strReason.empty()) {
+            return InField("crontab", strReason);
+        }
+    }
+    return std::string();
+}
+
+/// The first letter of "period" chooses the kind, in either case; a period that holds the whole word "crontab" needs
+/// the field "crontab" whatever its first letter is.
+std::string WhyNoPeriod(const Json::Value& jsDefinition) {
+    if (!jsDefinition["period"].isString()) {
+        return Unexpected(jsDefinition, "period", "a text");
+    }
+    const std::string strPeriod = jsDefinition["period"].asString();
+    if (strPeriod.empty() || std::string("cdhmwCDHMW").find(strPeriod.front()) == std::string::npos) {
+        return InField("period", "expected a text that begins with c, d, h, m or w, found " + Quoted(strPeriod));
+    }
+    const bool bByCrontab = strPeriod.front() == 'c' || strPeriod.front() == 'C';
+    if (bByCrontab) {
+        return WhyNoCrontab(jsDefinition);
+    }
+    if (strPeriod.find("crontab") != std::string::npos && !jsDefinition["crontab"].isString()) {
+        return Unexpected(jsDefinition, "crontab", "a text, as \"period\" speaks of a crontab");
+    }
+    return std::string();
+}
+
+std::string WhyNoCommand(const Json::Value& jsDefinition) {
+    const Json::Value& jsList = jsDefinition["cmd_list"];
+    if (!jsDefinition.isMember("cmd_list")) {
+        return jsDefinition["cmd"].isString() ? std::string()
+                                              : Unexpected(jsDefinition, "cmd", "a text (or an array in \"cmd_list\")");
+    }
+    if (!jsList.isArray() && !(jsList.isObject() && jsDefinition["cmd"].isString())) {
+        return Unexpected(jsDefinition, "cmd_list", "an array");
+    }
+    std::size_t uElement = 0;
+    for (const Json::Value& jsArgument : jsList) {
+        ++uElement;
+        if (!jsArgument.isConvertibleTo(Json::stringValue)) {
+            return InField("cmd_list",
+                           "element " + std::to_string(uElement) + ": expected a text, found " + KindOf(jsArgument));
+        }
+    }
+    return uElement == 0 ? InField("cmd_list", "expected at least one element, found none") : std::string();
+}
+
+std::string WhyNoAccount(const Json::Value& jsDefinition) {
+    if (!jsDefinition["user"].isString()) {
+        return Unexpected(jsDefinition, "user", "a text");
+    }
+    if (jsDefinition["user"].asString() == "package" && !jsDefinition.isMember("package_username")) {
+        return Unexpected(jsDefinition, "package_username", "an account name, as \"user\" is \"package\"");
+    }
+    return std::string();
+}
+
+std::string WhyNoSettings(const Json::Value& jsDefinition) {
+    const Json::Value& jsHours = jsDefinition["assure_execute"];
+    if (!jsHours.isConvertibleTo(Json::intValue)) {
+        if (!jsHours.isNumeric()) {
+            return Unexpected(jsDefinition, "assure_execute", "a number of hours");
+        }
+        return InField("assure_execute", jsHours.asString() + " is not in " +
+                                             std::to_string(std::numeric_limits<int>::min()) + ".." +
+                                             std::to_string(std::numeric_limits<int>::max()));
+    }
+    if (!jsDefinition["run_on_passive"].isConvertibleTo(Json::booleanValue)) {
+        return Unexpected(jsDefinition, "run_on_passive", "true or false");
+    }
+    return std::string();
+}
+
+std::string WhyNoName(const Json::Value& jsDefinition) {
+    return jsDefinition["name"].isString() ? std::string() : Unexpected(jsDefinition, "name", "a text");
+}
+
+} // namespace
+
+const char* KindOf(const Json::Value& jsValue) {
+    switch (jsValue.type()) {
+    case Json::nullValue:
+        return "null";
+    case Json::intValue:
+    case Json::uintValue:
+    case Json::realValue:
+        return "a number";
+    case Json::stringValue:
+        return "a text";
+    case Json::booleanValue:
+        return "a boolean";
+    case Json::arrayValue:
+        return "an array";
+    case Json::objectValue:
+        return "an object";
+    }
+    return "something else";
+}
+
+std::string WhyInvalid(const Json::Value& jsDefinition) {
+    if (!jsDefinition.isObject()) {
+        return std::string("expected an object, found ") + KindOf(jsDefinition);
+    }
+    for (const auto pRule : {WhyNoName, WhyNoAccount, WhyNoPeriod, WhyNoCommand, WhyNoSettings}) {
+        std::string strReason = pRule(jsDefinition);
+        if (!strReason.empty()) {
+            return strReason;
+        }
+    }
+    return std::string();
+}
+
+} // namespace VUKO::VUKOCrond::Service

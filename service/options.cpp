@@ -1,0 +1,40 @@
+#include "service/options.h"
+
+#include <CLI/CLI.hpp>
+
+#include <ostream>
+
+namespace VUKO::VUKOCrond::Service {
+
+namespace {
+
+constexpr const char* DESCRIPTION =
+    "Starts the jobs of the system and its packages by their schedules.\n"
+    "\n"
+    "Runs in the foreground until SIGTERM or SIGINT; SIGHUP makes it read the definitions again. Messages go to the "
+    "system log, and to standard error as well unless that is the journal.";
+
+constexpr const char* FOOTER = "Exit status: 0 orderly end, 1 failure, 2 bad usage.";
+
+} // namespace
+
+std::optional<ExitStatus> ParseOptions(int iCount, const char* const* aArguments, Options& options, std::ostream& out,
+                                       std::ostream& err) {
+    CLI::App app(DESCRIPTION, "vukocrond");
+    app.footer(FOOTER);
+    app.set_help_flag("-h,--help", "Print this text and end");
+    app.set_version_flag("-V,--version", "vukocrond " VUKO_VERSION, "Print the version and end");
+    app.add_option("--root", options.strRoot, "Put all folders and files below DIR")
+        ->type_name("DIR")
+        ->check(CLI::ExistingDirectory);
+    app.add_flag("--check", options.bCheck, "Read the definitions, print what is wrong with them, and end");
+    app.add_flag("--print-schedule", options.bPrintSchedule, "Print the schedule of each job after loading");
+    try {
+        app.parse(iCount, aArguments);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error, out, err) == 0 ? EXIT_ORDERLY : EXIT_BAD_USAGE;
+    }
+    return std::nullopt;
+}
+
+} // namespace VUKO::VUKOCrond::Service

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <iosfwd>
+
+#include "service/job.h"
+#include "service/jobstore.h"
+
+namespace VUKO::VUKOCrond::Service {
+
+/// Prints one line for each job: its identity, its account, its schedule in the library's five fields, and the same in
+/// words.
+void PrintSchedule(std::ostream& out, const JobMap& mapJobs);
+
+/// A generated schedule in words: "at 03:07, on day 12", "every minute".
+std::string ScheduleInWords(const CronJob& job);
+
+/// What loading came to, in one text: "5 jobs (1 new, 4 as before), 1 refusal".
+std::string Summary(const LoadReport& report);
+
+} // namespace VUKO::VUKOCrond::Service
