@@ -31,6 +31,15 @@ ScopedPlatform::~ScopedPlatform() {
 
 namespace {
 
+void Note(const std::string& strCall) {
+    const int iErrno = errno;
+    if (Platform().onCall) {
+        Platform().onCall();
+    }
+    RecordCall(strCall);
+    errno = iErrno;
+}
+
 int FailOrPass(int iErrno) {
     if (iErrno == 0) {
         return 0;
@@ -43,13 +52,13 @@ int FailOrPass(int iErrno) {
 
 } // namespace fake
 
+using fake::Note;
 using fake::Platform;
-using fake::RecordCall;
 
 extern "C" {
 
 pid_t VLIBCProcForkEx(int iFlags) {
-    RecordCall("fork " + std::to_string(iFlags));
+    Note("fork " + std::to_string(iFlags));
     switch (Platform().eFork) {
     case fake::PlatformState::Fork::Fail:
         errno = Platform().iForkErrno;
@@ -67,7 +76,7 @@ int VLIBCExecv(const char* szPath, char* const aArgs[], int iWait) {
     for (char* const* pArg = aArgs; *pArg != nullptr; ++pArg) {
         strCall += " [" + std::string(*pArg) + "]";
     }
-    RecordCall(strCall + " wait=" + std::to_string(iWait));
+    Note(strCall + " wait=" + std::to_string(iWait));
     if (Platform().iExecvErrno != 0) {
         errno = Platform().iExecvErrno;
     }
@@ -75,7 +84,7 @@ int VLIBCExecv(const char* szPath, char* const aArgs[], int iWait) {
 }
 
 int VUKOUserGetUGID(const char* szName, uid_t* pUid, gid_t* pGid) {
-    RecordCall("account " + std::string(szName));
+    Note("account " + std::string(szName));
     const auto it = Platform().mapAccounts.find(szName);
     if (it == Platform().mapAccounts.end()) {
         if (Platform().iAccountErrno != 0) {
@@ -89,32 +98,32 @@ int VUKOUserGetUGID(const char* szName, uid_t* pUid, gid_t* pGid) {
 }
 
 int initgroups(const char* szUser, gid_t gid) {
-    RecordCall("initgroups " + std::string(szUser) + " " + std::to_string(gid));
+    Note("initgroups " + std::string(szUser) + " " + std::to_string(gid));
     return fake::FailOrPass(Platform().iInitgroupsErrno);
 }
 
 int setgid(gid_t gid) noexcept {
-    RecordCall("setgid " + std::to_string(gid));
+    Note("setgid " + std::to_string(gid));
     return fake::FailOrPass(Platform().iSetgidErrno);
 }
 
 int setuid(uid_t uid) noexcept {
-    RecordCall("setuid " + std::to_string(uid));
+    Note("setuid " + std::to_string(uid));
     return fake::FailOrPass(Platform().iSetuidErrno);
 }
 
 unsigned sleep(unsigned uSeconds) {
-    RecordCall("sleep " + std::to_string(uSeconds));
+    Note("sleep " + std::to_string(uSeconds));
     return 0;
 }
 
 __sighandler_t signal(int iSignal, __sighandler_t handler) noexcept {
-    RecordCall("signal " + std::to_string(iSignal) + (handler == SIG_DFL ? " default" : " handler"));
+    Note("signal " + std::to_string(iSignal) + (handler == SIG_DFL ? " default" : " handler"));
     return SIG_DFL;
 }
 
 [[noreturn]] void _exit(int iStatus) {
-    RecordCall("_exit " + std::to_string(iStatus));
+    Note("_exit " + std::to_string(iStatus));
     for (;;) {
         syscall(SYS_exit_group, iStatus);
     }

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <functional>
 #include <map>
 #include <string>
 #include <utility>
@@ -30,6 +31,8 @@ struct PlatformState {
     int iSetuidErrno = 0;
 
     bool bNoMemoryForVectors = false; ///< new (std::nothrow) T[n] gives a null pointer
+
+    std::function<void()> onCall; ///< looks at the world just before each call is noted
 };
 
 PlatformState& Platform();

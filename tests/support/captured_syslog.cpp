@@ -2,22 +2,24 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <mutex>
+
+#include "tests/support/shared_record.h"
 
 namespace {
 
-struct Message {
-    std::string strText;
-    std::string strFormat;
-};
-
-std::mutex g_mutex;
-bool g_bCapturing = false;
-std::vector<Message> g_vecMessages;
+std::atomic<bool> g_bCapturing = false;
 std::vector<std::string> g_vecFormats;
+
+/// Shared with forked children, so that what a child logs is seen too. Each entry is the format and the message, with
+/// a NUL between them.
+support::SharedRecord& Messages() {
+    static support::SharedRecord record;
+    return record;
+}
 
 void Record(int iPriority, const char* szFormat, va_list args) {
     const int iErrno = errno;
@@ -29,9 +31,8 @@ void Record(int iPriority, const char* szFormat, va_list args) {
     errno = iErrno; // for %m
     vsnprintf(strText.data(), strText.size(), szFormat, args);
     strText.pop_back();
-    const std::lock_guard<std::mutex> lock(g_mutex);
     if (g_bCapturing) {
-        g_vecMessages.push_back({"<" + std::to_string(iPriority) + ">" + strText, szFormat});
+        Messages().Append(std::string(szFormat) + '\0' + "<" + std::to_string(iPriority) + ">" + strText);
     }
     errno = ENOTCONN; // what a log daemon that is gone leaves behind
 }
@@ -70,29 +71,26 @@ void __syslog_chk(int iPriority, int /*iFlag*/, const char* szFormat, ...) {
 namespace support {
 
 CapturedSyslog::CapturedSyslog() {
-    const std::lock_guard<std::mutex> lock(g_mutex);
+    Messages().Clear();
     g_bCapturing = true;
-    g_vecMessages.clear();
 }
 
 CapturedSyslog::~CapturedSyslog() {
-    const std::lock_guard<std::mutex> lock(g_mutex);
     g_bCapturing = false;
-    for (const Message& message : g_vecMessages) {
-        ADD_FAILURE() << "unexpected message: " << message.strText;
+    for (const std::string& strMessage : Take()) {
+        ADD_FAILURE() << "unexpected message: " << strMessage;
     }
-    g_vecMessages.clear();
 }
 
 std::vector<std::string> CapturedSyslog::Take() {
-    const std::lock_guard<std::mutex> lock(g_mutex);
     std::vector<std::string> vecTexts;
     g_vecFormats.clear();
-    for (const Message& message : g_vecMessages) {
-        vecTexts.push_back(message.strText);
-        g_vecFormats.push_back(message.strFormat);
+    for (const std::string& strEntry : Messages().Texts()) {
+        const std::size_t uEnd = strEntry.find('\0');
+        g_vecFormats.push_back(strEntry.substr(0, uEnd));
+        vecTexts.push_back(strEntry.substr(uEnd + 1));
     }
-    g_vecMessages.clear();
+    Messages().Clear();
     return vecTexts;
 }
 

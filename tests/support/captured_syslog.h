@@ -5,7 +5,8 @@
 
 namespace support {
 
-/// Catches every syslog() of this process while it lives. Strict: a message that nobody took fails the test.
+/// Catches every syslog() of this process and of its forked children while it lives. Strict: a message that nobody took
+/// fails the test. Messages are taken while nobody logs.
 ///
 /// As with a real log daemon that cannot be reached, each call leaves errno changed, so that code which relies on errno
 /// after a message is found out.
