@@ -122,7 +122,7 @@ __sighandler_t signal(int iSignal, __sighandler_t handler) noexcept {
     return SIG_DFL;
 }
 
-[[noreturn]] void _exit(int iStatus) {
+__attribute__((noreturn)) void _exit(int iStatus) {
     Note("_exit " + std::to_string(iStatus));
     for (;;) {
         syscall(SYS_exit_group, iStatus);

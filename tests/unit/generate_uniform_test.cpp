@@ -64,7 +64,7 @@ INSTANTIATE_TEST_SUITE_P(OfAJob, UniformField,
                          });
 
 TEST(UniformFieldBound, FindsASourceThatNeverDrawsTheLastValue) {
-    for (const std::size_t uValues : {2, 5, 7, 12, 24, 28, 60}) {
+    for (const std::size_t uValues : {2U, 5U, 7U, 12U, 24U, 28U, 60U}) {
         const int iShare = static_cast<int>(uValues) * DRAWS_PER_VALUE / static_cast<int>(uValues - 1);
         std::vector<int> vecCounts(uValues, iShare);
         vecCounts.back() = 0;
@@ -73,7 +73,7 @@ TEST(UniformFieldBound, FindsASourceThatNeverDrawsTheLastValue) {
 }
 
 TEST(UniformFieldBound, FindsASourceThatDrawsTheFirstHalfAFifthMoreOften) {
-    for (const std::size_t uValues : {24, 28, 60}) {
+    for (const std::size_t uValues : {24U, 28U, 60U}) {
         std::vector<int> vecCounts(uValues);
         for (std::size_t u = 0; u < uValues; ++u) {
             vecCounts[u] = u < uValues / 2 ? DRAWS_PER_VALUE * 12 / 10 : DRAWS_PER_VALUE * 8 / 10;
