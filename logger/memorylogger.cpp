@@ -12,6 +12,7 @@
 #include <fstream>
 
 #include "base/syslog_line.h"
+#include "logger/staginglock.h"
 
 namespace VUKO {
 
@@ -34,6 +35,7 @@ MemoryLogger::~MemoryLogger() = default;
 void MemoryLogger::SoftFlush() {
     {
         const ExclusiveLock lockMemLog(_mutexMemLog);
+        const StagingLock lockFile(_strMemLogPath, StagingLock::IfMissing::Create);
         std::ofstream fsMem(_strMemLogPath, std::ios::out | std::ios::app);
         if (!fsMem) {
             VUKO_LOG(LOG_ERR, 68, "open memory logger failed");
@@ -60,9 +62,16 @@ void MemoryLogger::SoftFlush() {
 void MemoryLogger::Flush() {
     const ExclusiveLock lockLog(_mutexLog);
     const SharedLock lockMemLog(_mutexMemLog);
+    const StagingLock lockFile(_strMemLogPath, StagingLock::IfMissing::Leave);
     std::ofstream fs(_strLogPath, std::ios::out | std::ios::app);
     const int iErrnoLog = errno;
-    std::ifstream fsMem(_strMemLogPath, std::ios::in);
+    std::ifstream fsMem;
+    if (lockFile.WasMissing()) {
+        errno = ENOENT; // not opened: if there is one by now, another process has just begun it
+        fsMem.setstate(std::ios::failbit);
+    } else {
+        fsMem.open(_strMemLogPath, std::ios::in);
+    }
     if (!fs) {
         errno = iErrnoLog; // the reason to report is the log's own, not that of the second file
     }
@@ -75,8 +84,10 @@ void MemoryLogger::Flush() {
     fs.close();
     fsMem.close();
     // Deleted whatever happened above: staged text that cannot be moved on is given up, so that the staging file, which
-    // lies in memory on an appliance, cannot grow without bound.
-    static_cast<void>(::unlink(_strMemLogPath.c_str()));
+    // lies in memory on an appliance, cannot grow without bound. A file that has come since is not this call's.
+    if (!lockFile.WasMissing()) {
+        static_cast<void>(::unlink(_strMemLogPath.c_str()));
+    }
 }
 
 void MemoryLogger::FlushAll() {

@@ -18,7 +18,9 @@ namespace VUKO {
 ///
 /// Threads: the two mutexes order the threads of one process. One thread at a time writes and flushes; inserting into
 /// the buffer takes no lock. Processes: each has its own buffer, and a child starts with a copy of its parent's,
-/// unflushed lines included. What they share are the files, opened to append, with no lock between processes.
+/// unflushed lines included. What they share are the files, opened to append; the mutexes do not reach across. So that
+/// jobs that start at once lose or double no line, appending to the memory log file and moving it on each lock that
+/// file itself (see StagingLock); a process that waits in vain goes on without.
 ///
 /// What each operation locks (always in the order `_mutexLog`, `_mutexMemLog`):
 ///

@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -19,8 +20,8 @@ namespace {
 
 void Tell(const std::string& strCall) {
     const int iErrno = errno;
-    if (Files().onCall) {
-        Files().onCall(strCall);
+    if (const auto onCall = Files().onCall) { // a copy: it may replace itself
+        onCall(strCall);
     }
     errno = iErrno;
 }
@@ -70,6 +71,16 @@ int chmod(const char* szPath, mode_t uMode) noexcept {
 int stat(const char* szPath, struct stat* pResult) noexcept {
     fake::Tell("stat " + std::string(szPath));
     return fstatat(AT_FDCWD, szPath, pResult, 0);
+}
+
+int flock(int iFd, int iOperation) noexcept {
+    fake::Tell("flock");
+    if (Files().iFlockErrno != 0) {
+        errno = Files().iFlockErrno;
+        return -1;
+    }
+    static auto* const pReal = fake::Real<int(int, int)>("flock");
+    return pReal(iFd, iOperation);
 }
 
 std::size_t strftime(char* szBuffer, std::size_t uSize, const char* szFormat, const struct tm* pTime) noexcept {

@@ -1,0 +1,80 @@
+#include "logger/staginglock.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <thread>
+
+namespace VUKO {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// Between two tries; it grows, so that hundreds of jobs that start at once do not keep the holder from running.
+constexpr std::chrono::microseconds FIRST_PAUSE{250};
+constexpr std::chrono::microseconds LONGEST_PAUSE{8000};
+
+bool LockUntil(int iFd, Clock::time_point tDeadline) {
+    std::chrono::microseconds pause = FIRST_PAUSE;
+    while (flock(iFd, LOCK_EX | LOCK_NB) != 0) {
+        if ((errno != EWOULDBLOCK && errno != EINTR) || Clock::now() >= tDeadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(pause);
+        pause = std::min(2 * pause, LONGEST_PAUSE);
+    }
+    return true;
+}
+
+bool StandsAt(const std::string& strPath, int iFd) {
+    struct stat stFile = {};
+    struct stat stPath = {};
+    return fstat(iFd, &stFile) == 0 && ::stat(strPath.c_str(), &stPath) == 0 && stFile.st_dev == stPath.st_dev &&
+           stFile.st_ino == stPath.st_ino;
+}
+
+} // namespace
+
+StagingLock::StagingLock(const std::string& strPath, IfMissing eIfMissing, std::chrono::milliseconds patience) {
+    const int iErrno = errno;
+    // O_NONBLOCK: a pipe at the path must not be waited for. O_CLOEXEC: the lock is not the job's to inherit.
+    const int iFlags =
+        O_CLOEXEC | O_NONBLOCK | (eIfMissing == IfMissing::Create ? O_WRONLY | O_APPEND | O_CREAT : O_RDONLY);
+    const Clock::time_point tDeadline = Clock::now() + patience;
+    for (;;) {
+        _iFd = open(strPath.c_str(), iFlags, 0666);
+        if (_iFd == -1) {
+            _bMissing = errno == ENOENT;
+            return;
+        }
+        const bool bLocked = LockUntil(_iFd, tDeadline);
+        if (bLocked && StandsAt(strPath, _iFd)) {
+            break;
+        }
+        Close(); // deleted by the holder that was waited for: another file may stand there
+        if (!bLocked || Clock::now() >= tDeadline) {
+            break;
+        }
+    }
+    errno = iErrno;
+}
+
+StagingLock::~StagingLock() {
+    Close();
+}
+
+void StagingLock::Close() {
+    if (_iFd != -1) {
+        flock(_iFd, LOCK_UN); // a child forked meanwhile by another thread has the descriptor too, and with it the lock
+        close(_iFd);
+        _iFd = -1;
+    }
+}
+
+} // namespace VUKO
