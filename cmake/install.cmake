@@ -13,3 +13,46 @@ set(VUKO_PUBLIC_HEADERS
   platform/vukosystemd.h
   platform/vukoutils.h
 )
+
+include(CMakePackageConfigHelpers)
+
+set(VUKO_INSTALL_HEADERS ${CMAKE_INSTALL_INCLUDEDIR}/vuko)
+set(VUKO_INSTALL_PACKAGE ${CMAKE_INSTALL_LIBDIR}/cmake/vukocrond)
+set(VUKO_INSTALL_PKGCONFIG ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# What is installed finds its parts by where they lie beside it, so that a tree works under any prefix, without ldconfig,
+# and where it was moved to. (A program's own search path, and LD_LIBRARY_PATH, come first.)
+file(RELATIVE_PATH VUKO_LIBDIR_FROM_SBINDIR ${CMAKE_INSTALL_FULL_SBINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+file(RELATIVE_PATH VUKO_PREFIX_FROM_PKGCONFIG
+  ${CMAKE_INSTALL_PREFIX}/${VUKO_INSTALL_PKGCONFIG} ${CMAKE_INSTALL_PREFIX})
+string(REGEX REPLACE "/$" "" VUKO_PREFIX_FROM_PKGCONFIG ${VUKO_PREFIX_FROM_PKGCONFIG})
+set_target_properties(crond PROPERTIES INSTALL_RPATH $ORIGIN)
+set_target_properties(vukocrond_service PROPERTIES INSTALL_RPATH $ORIGIN/${VUKO_LIBDIR_FROM_SBINDIR})
+
+foreach(header ${VUKO_PUBLIC_HEADERS})
+  cmake_path(GET header PARENT_PATH folder)
+  install(FILES ${header} DESTINATION ${VUKO_INSTALL_HEADERS}/${folder})
+endforeach()
+foreach(library crond platform)
+  target_include_directories(${library} INTERFACE $<INSTALL_INTERFACE:${VUKO_INSTALL_HEADERS}>)
+  target_compile_features(${library} INTERFACE cxx_std_17)
+endforeach()
+install(TARGETS crond platform EXPORT vukocrond LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(TARGETS vukocrond_service RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
+if(EXISTS ${PROJECT_SOURCE_DIR}/docs/man/vukocrond.8)
+  install(FILES docs/man/vukocrond.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+endif()
+
+install(EXPORT vukocrond NAMESPACE vuko:: FILE vukocrondTargets.cmake DESTINATION ${VUKO_INSTALL_PACKAGE})
+configure_package_config_file(cmake/vukocrondConfig.cmake.in ${CMAKE_CURRENT_BINARY_DIR}/vukocrondConfig.cmake
+  INSTALL_DESTINATION ${VUKO_INSTALL_PACKAGE} NO_SET_AND_CHECK_MACRO)
+# Before 1.0 a minor version may break what was built against the one before.
+write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/vukocrondConfigVersion.cmake
+  COMPATIBILITY SameMinorVersion)
+install(FILES
+  ${CMAKE_CURRENT_BINARY_DIR}/vukocrondConfig.cmake
+  ${CMAKE_CURRENT_BINARY_DIR}/vukocrondConfigVersion.cmake
+  DESTINATION ${VUKO_INSTALL_PACKAGE})
+
+configure_file(cmake/vukocrond.pc.in vukocrond.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vukocrond.pc DESTINATION ${VUKO_INSTALL_PKGCONFIG})
