@@ -6,7 +6,7 @@ set -eu
 packages() {
     case $1 in
     build) echo g++ cmake ninja-build pkg-config libjsoncpp-dev libboost-dev libsystemd-dev libcli11-dev ;;
-    test) echo libgtest-dev valgrind dbus dbus-daemon python3 ;;
+    test) echo libgtest-dev valgrind dbus dbus-daemon python3 python3-dbusmock systemd ;;
     clang) echo clang-14 ;;
     fuzz) echo clang-14 libclang-rt-14-dev ;;
     bench) echo libbenchmark-dev ;;
