@@ -2,7 +2,8 @@
 
 /// The appliance's C utility library: processes, files and the last platform error.
 ///
-/// Every function here is reached through its dynamic symbol, so that a program may define its own in its place.
+/// Every function here is reached through its dynamic symbol, so that a program may define its own in its place. A
+/// success leaves errno as it was before the call.
 
 #include <sys/types.h>
 
@@ -33,19 +34,20 @@ VUKO_API int VLIBCExecv(const char* path, char* const argv[], int wait);
 
 /// Runs `prog` with the arguments listed, up to a null pointer (its argv[0] is `prog`), and waits for its end.
 ///
-/// @return 0: it ran and exited with 0. Anything else: what VLIBCExecv() returns with `wait`; a status that is not 0
-///         is recorded as a platform error too.
+/// @return 0: it ran and exited with 0. Anything else: what VLIBCExecv() returns with `wait`. A status that is not 0 is
+///         the last platform error too, with the status as its code; errno is then as before, since no call failed.
 VUKO_API int VLIBCExec(const char* prog, ...) __attribute__((sentinel));
 
 /// @return 1 when something exists at `path` (a symbolic link counts by what it points to); 0 when not, or when that
-///         cannot be told: errno then says why. A null path does not exist (EFAULT).
+///         cannot be told: errno says why. Only the latter, or a null path (EFAULT), is a platform error.
 VUKO_API int VLIBCFileExist(const char* path);
 
-/// @return non-zero when `path` is a directory, also through a symbolic link; 0 when not (errno says why).
+/// @return non-zero when `path` is a directory, also through a symbolic link; 0 when not, or when that cannot be told,
+///         as for VLIBCFileExist(). errno is ENOTDIR where something else is there.
 VUKO_API int VLIBCFileCheckDir(const char* path);
 
-/// The calling thread's last platform error: the errno value of the step that failed; 0 before any failure. A
-/// success does not reset it.
+/// The calling thread's last platform error: the errno value of the step that failed (after VLIBCExec() it may be a
+/// program's status instead); 0 before any failure. A success does not reset it.
 VUKO_API unsigned VLIBCErrGet(void);
 
 /// Name of the source file in which the calling thread's last platform error arose; never null, empty before any.

@@ -1,6 +1,7 @@
 #pragma once
 
-/// The appliance's SDK: accounts, folders and the state of the system.
+/// The appliance's SDK: accounts, folders and the state of the system. A success leaves errno as it was before the
+/// call.
 
 #include <sys/types.h>
 
@@ -11,13 +12,14 @@ extern "C" {
 /// Looks an account up by name, in every source that the system is set up with (NSS).
 ///
 /// @param name  the account's name.
-/// @param uid, gid  receive its user id and primary group id; untouched unless the result is 0. Neither may be null.
-/// @return 0, or -1 when there is no such account (errno is then as it was before the call) or when the sources could
-///         not be asked (errno says why). Either is the last platform error.
+/// @param uid, gid  receive its user id and primary group id; untouched unless the result is 0.
+/// @return 0, or -1: there is no such account (errno is then as it was before the call; the last platform error is
+///         ENOENT), or an argument is null (EFAULT), the sources could not be asked, or one of the ids is the number
+///         that means "none" (EINVAL): errno says why and is the last platform error.
 VUKO_API int VUKOUserGetUGID(const char* name, uid_t* uid, gid_t* gid);
 
 /// Makes a folder and its missing parents. Each folder that is made gets exactly this owner and mode, whatever the
-/// umask; folders that were there stay as they are.
+/// umask, or is removed again; folders that were there, or that somebody else makes meanwhile, stay as they are.
 ///
 /// @param path  absolute, or relative to the working directory.
 /// @param iReserved1, iReserved2  of use on the appliance only.

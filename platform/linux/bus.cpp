@@ -51,7 +51,7 @@ public:
     }
 
 private:
-    sd_bus_error _error = SD_BUS_ERROR_NULL;
+    sd_bus_error _error = {};
 };
 
 } // namespace

@@ -171,7 +171,7 @@ bool ReplaceFile(const std::string& strPath, const std::string& strText, bool bD
         return false;
     }
     TemporaryFile file(fdFolder.Get());
-    return file.Make() && TakeIdentityOver(fdFolder.Get(), place.strName, file.Fd()) && WriteAll(file.Fd(), strText) &&
+    return file.Make() && WriteAll(file.Fd(), strText) && TakeIdentityOver(fdFolder.Get(), place.strName, file.Fd()) &&
            Sync(file.Fd()) && file.RenameTo(place.strName) && (!bDurable || Sync(fdFolder.Get()));
 }
 

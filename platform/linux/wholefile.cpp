@@ -4,12 +4,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "platform/linux/filedescriptor.h"
 #include "platform/linux/interrupt.h"
 
 namespace VUKO::PLATFORM {
 
 namespace {
+
+constexpr std::size_t ROOM_MIN = 4096;
 
 int CheckReadable(int iFd, std::size_t uLimit, std::size_t& uSize) {
     struct stat stFile = {};
@@ -36,8 +40,9 @@ int ReadWholeFile(const std::string& strPath, std::size_t uLimit, std::string& s
     if (const int iCode = CheckReadable(fd.Get(), uLimit, uSize); iCode != 0) {
         return iCode;
     }
-    // Room for one byte more than expected: a file that has grown shows itself, and one that has not ends the loop.
-    strText.assign(uSize + 1, '\0');
+    // Room for one byte more than expected: a file that has grown shows itself, and one that has not ends the loop. The
+    // size is a hint only, and 0 for files that the kernel makes up as they are read.
+    strText.assign(std::max(uSize + 1, ROOM_MIN), '\0');
     for (std::size_t uFilled = 0;;) {
         const ssize_t iRead =
             RetryInterrupted([&] { return ::read(fd.Get(), strText.data() + uFilled, strText.size() - uFilled); });
@@ -50,7 +55,7 @@ int ReadWholeFile(const std::string& strPath, std::size_t uLimit, std::string& s
             return iRead == 0 ? 0 : EFBIG;
         }
         if (uFilled == strText.size()) {
-            strText.resize(uLimit + 1);
+            strText.resize(std::min(2 * uFilled, uLimit + 1));
         }
     }
 }
