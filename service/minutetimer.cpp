@@ -10,20 +10,24 @@ namespace VUKO::VUKOCrond::Service {
 
 namespace {
 
-/// time() reads a clock that moves in steps of some milliseconds. A timer that fires on the second is ahead of it, and
-/// the minute would not have begun yet for anybody who asks, the execution log's stamp included.
-long ResolutionOfTime() {
-    timespec tsResolution = {};
-    if (clock_getres(CLOCK_REALTIME_COARSE, &tsResolution) != 0 || tsResolution.tv_sec != 0) {
-        return 0;
+/// How long "a moment" is: short beside the lag of time(), long beside the work of asking.
+constexpr long MOMENT_NANOSECONDS = 1000000;
+constexpr long SECOND_NANOSECONDS = 1000000000;
+
+timespec AMomentFromNow() {
+    timespec ts = {};
+    clock_gettime(CLOCK_REALTIME, &ts);
+    ts.tv_nsec += MOMENT_NANOSECONDS;
+    if (ts.tv_nsec >= SECOND_NANOSECONDS) {
+        ++ts.tv_sec;
+        ts.tv_nsec -= SECOND_NANOSECONDS;
     }
-    return tsResolution.tv_nsec;
+    return ts;
 }
 
 } // namespace
 
-MinuteTimer::MinuteTimer()
-    : _fd(timerfd_create(CLOCK_REALTIME, TFD_NONBLOCK | TFD_CLOEXEC)), _lResolution(ResolutionOfTime()) {
+MinuteTimer::MinuteTimer() : _fd(timerfd_create(CLOCK_REALTIME, TFD_NONBLOCK | TFD_CLOEXEC)) {
     if (!_fd) {
         throw std::system_error(errno, std::generic_category(), "timerfd_create");
     }
@@ -31,8 +35,10 @@ MinuteTimer::MinuteTimer()
 
 void MinuteTimer::Arm(std::time_t tInstant) {
     itimerspec spec = {};
-    spec.it_value.tv_sec = tInstant;
-    spec.it_value.tv_nsec = _lResolution;
+    spec.it_value = AMomentFromNow();
+    if (tInstant > spec.it_value.tv_sec) {
+        spec.it_value = {tInstant, 0};
+    }
     while (timerfd_settime(_fd.Get(), TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &spec, nullptr) != 0) {
         // The clock was set since the last look. The timer is armed all the same; asking again takes the news off it.
         if (errno != ECANCELED) {

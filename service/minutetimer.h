@@ -17,7 +17,11 @@ public:
 
     int Descriptor() const { return _fd.Get(); }
 
-    /// Becomes readable when time() says `tInstant`; at once for an instant that has passed.
+    /// Becomes readable at `tInstant`; a moment from now for an instant that has passed.
+    ///
+    /// time() may not have reached the instant yet when that happens: it reads a clock that moves in steps of some
+    /// milliseconds and lags behind. Whoever finds the minute not begun arms for it again, and is asked again a
+    /// moment later.
     ///
     /// @throws std::system_error
     void Arm(std::time_t tInstant);
@@ -27,7 +31,6 @@ public:
 
 private:
     UniqueFd _fd;
-    long _lResolution;
 };
 
 } // namespace VUKO::VUKOCrond::Service
