@@ -46,9 +46,8 @@ endif()
 install(EXPORT vukocrond NAMESPACE vuko:: FILE vukocrondTargets.cmake DESTINATION ${VUKO_INSTALL_PACKAGE})
 configure_package_config_file(cmake/vukocrondConfig.cmake.in ${CMAKE_CURRENT_BINARY_DIR}/vukocrondConfig.cmake
   INSTALL_DESTINATION ${VUKO_INSTALL_PACKAGE} NO_SET_AND_CHECK_MACRO)
-# Before 1.0 a minor version may break what was built against the one before.
 write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/vukocrondConfigVersion.cmake
-  COMPATIBILITY SameMinorVersion)
+  COMPATIBILITY SameMajorVersion)
 install(FILES
   ${CMAKE_CURRENT_BINARY_DIR}/vukocrondConfig.cmake
   ${CMAKE_CURRENT_BINARY_DIR}/vukocrondConfigVersion.cmake
