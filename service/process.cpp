@@ -10,9 +10,13 @@
 #include <cstring>
 #include <string>
 
+#include "base/syslog_line.h"
+
 namespace VUKO::VUKOCrond::Service {
 
 namespace {
+
+constexpr const char* szLogSource = "process";
 
 /// The service manager names the device and inode of the journal's stream, because the variable is inherited by
 /// programs whose standard error is something else.
@@ -35,7 +39,7 @@ void SettleProcess() {
         }
     }
     if (chdir("/") != 0) {
-        syslog(LOG_WARNING, "process:1 cannot change to the root folder: %s", strerror(errno));
+        VUKO_LOG_PLAIN(LOG_WARNING, 1, "cannot change to the root folder: %s", strerror(errno));
     }
 }
 

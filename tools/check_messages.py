@@ -13,7 +13,7 @@ import sys
 import cpptext
 
 TABLE = "docs/MESSAGES.md"
-FOLDERS = ("base", "logger", "crond", "platform")
+FOLDERS = ("base", "logger", "crond", "platform", "service", "ctl")
 THE_ONE_WAY = ("base/syslog_line.h", "base/syslog_line.cpp")
 
 MESSAGE_COLUMNS = ["Source", "Number", "Priority", "Text", "Second form"]
@@ -105,6 +105,13 @@ def failed_condition(sources):
     sys.exit("the text of a failed condition is nowhere to be found")
 
 
+def text_of(code):
+    """The value of string literals and macros that stand for more of them, or None; a macro's name stands for its text."""
+    pieces = re.split(r'("(?:[^"\\\n]|\\.)*")', code)
+    pieces[::2] = [re.sub(r"\b([A-Z][A-Z0-9_]+)\b", r'"<\1>"', piece) for piece in pieces[::2]]
+    return cpptext.literal("".join(pieces))
+
+
 def messages_of(source, names, condition, findings):
     """Every message of one file."""
     for macro, second_form in (("VUKO_LOG", "yes"), ("VUKO_LOG_PLAIN", "no"), ("VUKO_FAILED", "yes")):
@@ -114,7 +121,7 @@ def messages_of(source, names, condition, findings):
                 number, priority = arguments[0], condition[0]
                 text = condition[1].replace("%s", cpptext.one_line(arguments[1]))
             else:
-                priority, number, text = arguments[0], arguments[1], cpptext.literal(arguments[2])
+                priority, number, text = arguments[0], arguments[1], text_of(arguments[2])
             resolved = names.resolve(source, number)
             if not resolved or text is None or not re.fullmatch(r"LOG_[A-Z]+", priority):
                 findings.add(place, f"{macro}: source, number, priority and text must be plain to read")

@@ -117,6 +117,11 @@ class CheckMessages(PlantedTree):
             "docs/MESSAGES.md:12: Text of store:3 is [job[%s] load error.], "
             "but [job[%s] load failed.] in crond/shared.cpp:4"])
 
+    def test_a_macro_in_a_text_goes_by_its_name(self):
+        self.change("crond/launch.cpp", '"no child"', '"no " CHILD " here"')
+        self.assertEqual(self.findings(), [
+            "docs/MESSAGES.md:11: Text of job:1 is [no child], but [no <CHILD> here] in crond/launch.cpp:11"])
+
     def test_a_changed_priority_is_found(self):
         self.change("crond/launch.cpp", "LOG_ERR", "LOG_INFO")
         self.assertEqual(self.findings(), [
