@@ -33,16 +33,18 @@ VUKO_API int VUKOFSMkdirP(const char* path, int iReserved1, int iReserved2, uid_
 /// @param what    1: hibernation; anything else is an error (EINVAL).
 /// @param status  receives, for selector 1: 2 while the system goes into or comes out of sleep or hibernation (logind
 ///                prepares for sleep), else 1. Where no logind answers on the system bus, nothing can hibernate in an
-///                orderly way: the answer is a plain 1.
-/// @return 0, or -1 when the bus is there and the question failed (errno says why): `status` is then untouched. Never
-///         waits longer than a few seconds.
+///                orderly way: the answer is a plain 1. DBUS_SYSTEM_BUS_ADDRESS may name another bus.
+/// @return 0, or -1 when the bus is there and the question failed, or could not be put (EINVAL, EFAULT): errno says why
+///         and is the last platform error, `status` is untouched. Never waits longer than a few seconds.
 VUKO_API int VUKOEvmgrStatusGet(int what, int* status);
 
 /// The stage of boot or shutdown.
 ///
 /// @return 5 while the system is shutting down; 1 while it is still booting; 3 while it runs. Where systemd does not
-///         run as the first process there is no stage to ask for: the answer is a plain 3. Never waits longer than a
-///         few seconds, errno is as it was before the call.
+///         run as the first process there is no stage to ask for, and where it does not answer the stage is not known:
+///         both give a plain 3, the latter with the reason as the last platform error. Root is answered to the very end
+///         of a shutdown; others are not any more once the system bus has been stopped. Never waits longer than a few
+///         seconds, errno is as it was before the call.
 VUKO_API int VUKOSystemGetBootStep(void);
 
 } // extern "C"

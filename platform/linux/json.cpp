@@ -17,17 +17,6 @@ namespace {
 
 constexpr std::size_t FILE_SIZE_MAX = std::size_t{4} << 20;
 
-bool IsUtf8(std::string_view strText) {
-    while (!strText.empty()) {
-        const std::size_t uLength = PLATFORM::Utf8Length(strText);
-        if (uLength == 0) {
-            return false;
-        }
-        strText.remove_prefix(uLength);
-    }
-    return true;
-}
-
 std::string Write(const Json::Value& value, const char* szIndentation, bool bUtf8) {
     Json::StreamWriterBuilder builder;
     builder["commentStyle"] = "None";
@@ -108,7 +97,7 @@ bool toFile(const Json::Value& value, const std::string& path, bool durable) {
 std::string toString(const Json::Value& value) {
     const PLATFORM::ErrnoKeeper keeper;
     std::string strText = Write(value, "", true);
-    return IsUtf8(strText) ? strText : Write(value, "", false);
+    return PLATFORM::IsUtf8(strText) ? strText : Write(value, "", false);
 }
 
 } // namespace JSON

@@ -9,15 +9,12 @@ namespace VUKO::PLATFORM {
 /// How deep arrays and objects may be nested.
 constexpr int JSON_DEPTH_MAX = 128;
 
-/// Reads a text that is one JSON document: RFC 8259 to the letter, in UTF-8, no member name twice in an object, no
-/// number beyond what a double holds, no deeper than JSON_DEPTH_MAX.
+/// Reads a text that is one JSON document, with jsoncpp's reader at its strictest: no comments, no trailing commas, no
+/// member name twice in an object, nothing behind the document. Beyond what jsoncpp looks at, the text has to be UTF-8,
+/// and control characters other than blanks may not stand for themselves.
 ///
-/// jsoncpp's own strict reader is not strict enough for definitions that decide what runs as root: it takes leading
-/// zeros, a lone "-", "1.", control characters in texts, broken surrogate pairs and a NUL at the end, and it reads
-/// numbers by the process's locale ("1.500" as 1500 where the point groups thousands).
-///
-/// @param value  receives the document; of no use unless the result is true. Its kinds are those that jsoncpp gives: a
-///               number without fraction and exponent is an Int, or a UInt or double where it must be.
+/// @param value  receives the document; of no use unless the result is true.
+/// @throws what jsoncpp throws for a document that is nested too deep.
 bool ReadJson(const std::string& strText, Json::Value& value);
 
 } // namespace VUKO::PLATFORM

@@ -46,4 +46,15 @@ std::size_t Utf8Length(std::string_view strText) {
     return 0;
 }
 
+bool IsUtf8(std::string_view strText) {
+    while (!strText.empty()) {
+        const std::size_t uLength = Utf8Length(strText);
+        if (uLength == 0) {
+            return false;
+        }
+        strText.remove_prefix(uLength);
+    }
+    return true;
+}
+
 } // namespace VUKO::PLATFORM

@@ -9,4 +9,7 @@ namespace VUKO::PLATFORM {
 ///         nothing overlong, no surrogates, nothing beyond U+10FFFF.
 std::size_t Utf8Length(std::string_view strText);
 
+/// @return true when the whole text is UTF-8.
+bool IsUtf8(std::string_view strText);
+
 } // namespace VUKO::PLATFORM
