@@ -16,7 +16,7 @@ demo: all
 # One after the other, and the plain build last: its summary is the one to read.
 test: test-fuzz test-asan test-dev
 
-test-clang test-fuzz: DEPS = $(@:test-%=%)
+test-fuzz: DEPS = fuzz
 
 test-dev test-asan test-tsan test-clang test-fuzz: test-%:
 	@tools/install-deps.sh build test $(DEPS)

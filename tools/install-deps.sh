@@ -1,17 +1,17 @@
 #!/bin/sh
-# install-deps.sh SET...: installs the Debian packages that are missing for what one wants to do. Sets: build test clang fuzz bench.
+# install-deps.sh SET...: installs the Debian packages that are missing for what one wants to do. Sets: build test fuzz
+# bench.
 # Does nothing, and asks for no rights, where all of them are there already.
 set -eu
 
 packages() {
     case $1 in
     build) echo g++ cmake ninja-build pkg-config libjsoncpp-dev libboost-dev libsystemd-dev libcli11-dev ;;
-    test) echo libgtest-dev valgrind dbus dbus-daemon python3 python3-dbusmock systemd ;;
-    clang) echo clang-14 ;;
+    test) echo abigail-tools binutils clang-14 dbus dbus-daemon libgtest-dev python3 python3-dbusmock systemd valgrind ;;
     fuzz) echo clang-14 libclang-rt-14-dev ;;
     bench) echo libbenchmark-dev ;;
     *)
-        echo "install-deps.sh: unknown set '$1' (build, test, clang, fuzz, bench)" >&2
+        echo "install-deps.sh: unknown set '$1' (build, test, fuzz, bench)" >&2
         exit 2
         ;;
     esac
