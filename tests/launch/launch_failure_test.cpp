@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "tests/launch/launch_fixture.h"
+#include "tests/support/case_name.h"
 
 using VUKO::VUKOCrond::CronJob;
 
@@ -91,6 +92,7 @@ TEST_F(LaunchFailure, ForAnUnknownAccountLetsTheParentGoOnAsAfterAnyFork) {
 
 /// Which of the three steps fail, and with what.
 struct Identity {
+    const char* szName;
     int iInitgroups;
     int iSetgid;
     int iSetuid;
@@ -99,8 +101,10 @@ struct Identity {
 class LaunchIdentityFailure : public LaunchOnFakes, public ::testing::WithParamInterface<Identity> {};
 
 INSTANTIATE_TEST_SUITE_P(Each, LaunchIdentityFailure,
-                         ::testing::Values(Identity{EPERM, 0, 0}, Identity{0, EPERM, 0}, Identity{0, 0, EPERM},
-                                           Identity{ENOMEM, 0, EAGAIN}, Identity{EPERM, EINVAL, EAGAIN}));
+                         ::testing::Values(Identity{"Groups", EPERM, 0, 0}, Identity{"Group", 0, EPERM, 0},
+                                           Identity{"User", 0, 0, EPERM}, Identity{"GroupsAndUser", ENOMEM, 0, EAGAIN},
+                                           Identity{"All", EPERM, EINVAL, EAGAIN}),
+                         support::CaseName());
 
 TEST_P(LaunchIdentityFailure, IsLoggedWithItsReasonAndTheJobRunsAllTheSame) {
     fake::Platform().iInitgroupsErrno = GetParam().iInitgroups;

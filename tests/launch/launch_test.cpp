@@ -3,6 +3,7 @@
 #include <climits>
 
 #include "tests/launch/launch_fixture.h"
+#include "tests/support/case_name.h"
 
 using VUKO::VUKOCrond::CronJob;
 
@@ -68,18 +69,26 @@ TEST_F(Launch, LetsTheJsonLibrarysExceptionOutOfTheChildForAnArgumentThatIsNoStr
     EXPECT_EQ(_log.Text(), "");
 }
 
-class LaunchDelay : public LaunchOnFakes, public ::testing::WithParamInterface<std::pair<int, const char*>> {};
+struct Delay {
+    const char* szName;
+    int iSeconds;
+    const char* szCall; ///< empty for none
+};
+
+class LaunchDelay : public LaunchOnFakes, public ::testing::WithParamInterface<Delay> {};
 
 INSTANTIATE_TEST_SUITE_P(Delays, LaunchDelay,
-                         ::testing::Values(std::pair(0, ""), std::pair(-1, ""), std::pair(INT_MIN, ""),
-                                           std::pair(1, "sleep 1"), std::pair(30, "sleep 30"),
-                                           std::pair(INT_MAX, "sleep 2147483647")));
+                         ::testing::Values(Delay{"None", 0, ""}, Delay{"Negative", -1, ""},
+                                           Delay{"MostNegative", INT_MIN, ""}, Delay{"OneSecond", 1, "sleep 1"},
+                                           Delay{"ThirtySeconds", 30, "sleep 30"},
+                                           Delay{"Longest", INT_MAX, "sleep 2147483647"}),
+                         support::CaseName());
 
 TEST_P(LaunchDelay, IsSleptInTheChildWhenItIsMoreThanNone) {
-    EXPECT_EQ(RunAsChild(GetParam().first), "_exit 0");
+    EXPECT_EQ(RunAsChild(GetParam().iSeconds), "_exit 0");
     Texts vecExpected = {"fork 71"};
-    if (*GetParam().second != '\0') {
-        vecExpected.emplace_back(GetParam().second);
+    if (*GetParam().szCall != '\0') {
+        vecExpected.emplace_back(GetParam().szCall);
     }
     vecExpected.emplace_back("signal 17 default");
     Texts vecCalls = fake::Calls();
@@ -87,16 +96,23 @@ TEST_P(LaunchDelay, IsSleptInTheChildWhenItIsMoreThanNone) {
     EXPECT_EQ(vecCalls, vecExpected);
 }
 
-class LaunchLabel : public LaunchOnFakes, public ::testing::WithParamInterface<std::pair<const char*, const char*>> {};
+struct Label {
+    const char* szName;
+    const char* szLabel;
+    const char* szPrinted;
+};
+
+class LaunchLabel : public LaunchOnFakes, public ::testing::WithParamInterface<Label> {};
 
 INSTANTIATE_TEST_SUITE_P(Labels, LaunchLabel,
-                         ::testing::Values(std::pair("", ""), std::pair("manual", " (manual)"), std::pair(" ", " ( )"),
-                                           std::pair("a (b) %s", " (a (b) %s)")));
+                         ::testing::Values(Label{"None", "", ""}, Label{"Word", "manual", " (manual)"},
+                                           Label{"Blank", " ", " ( )"}, Label{"Odd", "a (b) %s", " (a (b) %s)"}),
+                         support::CaseName());
 
 TEST_P(LaunchLabel, EndsTheStartLine) {
-    EXPECT_EQ(RunAsChild(0, GetParam().first), "_exit 0");
-    EXPECT_EQ(_log.Text(),
-              Line("running job: backup with command: /bin/backup -q as user root" + std::string(GetParam().second)));
+    EXPECT_EQ(RunAsChild(0, GetParam().szLabel), "_exit 0");
+    EXPECT_EQ(_log.Text(), Line(std::string("running job: backup with command: /bin/backup -q as user root") +
+                                GetParam().szPrinted));
 }
 
 class LaunchRecord : public LaunchOnFakes {};

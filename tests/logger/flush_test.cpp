@@ -18,13 +18,18 @@ namespace {
 
 class LogFlush : public LoggerOnFiles {};
 
-/// Megabytes in which every byte value occurs, so that nothing which treats one of them specially goes unnoticed.
-std::string EveryByte(std::size_t uSize) {
-    std::string strBytes(uSize, '\0');
+/// Megabytes in which every byte value occurs, so that nothing which treats one of them specially goes unnoticed. The
+/// period is no multiple of any buffer's size.
+std::string EveryByte() {
+    std::string strPeriod;
     unsigned uState = 12345;
-    for (char& c : strBytes) {
+    while (strPeriod.size() < 65537) {
         uState = uState * 1664525U + 1013904223U;
-        c = static_cast<char>(uState >> 24U);
+        strPeriod += static_cast<char>(uState >> 24U);
+    }
+    std::string strBytes;
+    while (strBytes.size() < 5'000'000) {
+        strBytes += strPeriod;
     }
     return strBytes;
 }
@@ -262,7 +267,7 @@ TEST_F(LogFlush, FlushAllMovesAFileOverTheLimitOnOnceAndReportsThatTheSecondFlus
 }
 
 TEST_F(LogFlush, CopiesMegabytesOfAnyBytesByteForByte) {
-    const std::string strBytes = EveryByte(5'000'003);
+    const std::string strBytes = EveryByte();
     MemoryLogger logger(_strLog, _strMemLog, 1UL << 20);
     logger._ssLog.write(strBytes.data(), static_cast<std::streamsize>(strBytes.size()));
     logger.SoftFlush();

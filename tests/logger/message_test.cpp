@@ -5,6 +5,7 @@
 
 #include "crond/cronjob.h"
 #include "tests/logger/logger_fixture.h"
+#include "tests/support/case_name.h"
 
 using support::Exists;
 using support::WriteFile;
@@ -14,6 +15,7 @@ namespace {
 /// One way for a step to fail: the errno that is there before, the one that the step leaves (0: it leaves none), and
 /// the end of the message that follows.
 struct Failure {
+    const char* szName;
     int iBefore;
     int iLeft;
     const char* szOpenEnd;   ///< after "open memory logger failed"
@@ -36,15 +38,16 @@ protected:
     }
 };
 
+// A stale errno, left by somebody else long ago, is what errno says at the moment too.
 INSTANTIATE_TEST_SUITE_P(ByErrno, LogMessage,
-                         ::testing::Values(Failure{0, 0, "", "Success"},
-                                           Failure{0, EACCES, " (Permission denied)",
+                         ::testing::Values(Failure{"NoReason", 0, 0, "", "Success"},
+                                           Failure{"Reason", 0, EACCES, " (Permission denied)",
                                                    "Permission denied (Permission denied)"},
-                                           // left by somebody else long ago: it is what errno says at the moment
-                                           Failure{EXDEV, 0, " (Invalid cross-device link)",
+                                           Failure{"StaleReason", EXDEV, 0, " (Invalid cross-device link)",
                                                    "Invalid cross-device link (Invalid cross-device link)"},
-                                           Failure{EXDEV, EROFS, " (Read-only file system)",
-                                                   "Read-only file system (Read-only file system)"}));
+                                           Failure{"ReasonOverAStaleOne", EXDEV, EROFS, " (Read-only file system)",
+                                                   "Read-only file system (Read-only file system)"}),
+                         support::CaseName());
 
 TEST_P(LogMessage, SaysThatTheMemoryLogFileCannotBeOpened) {
     FailOpening(_strMemLog);

@@ -44,7 +44,7 @@ protected:
 
 TEST_F(LogThreads, FlushingAtOnceMoveAPrefilledFileAndABufferOnExactlyOnce) {
     std::string strExpected;
-    for (int iRound = 0; iRound < 50; ++iRound) {
+    for (int iRound = 0; iRound < 25; ++iRound) {
         const std::string strStaged = Lines("staged", 500);
         const std::string strBuffered = Lines("buffered", 100);
         WriteFile(_strMemLog, strStaged);

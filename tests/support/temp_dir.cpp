@@ -4,8 +4,9 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <stdexcept>
+#include <utility>
 
 namespace support {
 
@@ -28,7 +29,9 @@ std::string TempDir::operator/(const std::string& strName) const {
 
 std::string ReadFile(const std::string& strPath) {
     std::ifstream fs(strPath, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(fs), std::istreambuf_iterator<char>());
+    std::ostringstream ssContent;
+    ssContent << fs.rdbuf();
+    return std::move(ssContent).str();
 }
 
 void WriteFile(const std::string& strPath, const std::string& strContent) {
