@@ -34,12 +34,12 @@ MinuteTimer::MinuteTimer() : _fd(timerfd_create(CLOCK_REALTIME, TFD_NONBLOCK | T
 }
 
 void MinuteTimer::Arm(std::time_t tInstant) {
-    itimerspec spec = {};
-    spec.it_value = AMomentFromNow();
-    if (tInstant > spec.it_value.tv_sec) {
-        spec.it_value = {tInstant, 0};
+    itimerspec setting = {};
+    setting.it_value = AMomentFromNow();
+    if (tInstant > setting.it_value.tv_sec) {
+        setting.it_value = {tInstant, 0};
     }
-    while (timerfd_settime(_fd.Get(), TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &spec, nullptr) != 0) {
+    while (timerfd_settime(_fd.Get(), TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &setting, nullptr) != 0) {
         // The clock was set since the last look. The timer is armed all the same; asking again takes the news off it.
         if (errno != ECANCELED) {
             throw std::system_error(errno, std::generic_category(), "timerfd_settime");
