@@ -39,9 +39,7 @@ foreach(library crond platform)
 endforeach()
 install(TARGETS crond platform EXPORT vukocrond LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(TARGETS vukocrond_service RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
-if(EXISTS ${PROJECT_SOURCE_DIR}/docs/man/vukocrond.8)
-  install(FILES docs/man/vukocrond.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
-endif()
+install(FILES docs/man/vukocrond.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 
 install(EXPORT vukocrond NAMESPACE vuko:: FILE vukocrondTargets.cmake DESTINATION ${VUKO_INSTALL_PACKAGE})
 configure_package_config_file(cmake/vukocrondConfig.cmake.in ${CMAKE_CURRENT_BINARY_DIR}/vukocrondConfig.cmake

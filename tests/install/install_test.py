@@ -79,6 +79,9 @@ class Install(unittest.TestCase):
     def test_the_service_finds_its_libraries(self):
         self.assertRegex(run(self.tree / "sbin/vukocrond", "--version"), r"^vukocrond \d+\.\d+\.\d+\n$")
 
+    def test_the_manual_page_of_the_service_is_there(self):
+        self.assertIn("vukocrond", (self.tree / "share/man/man8/vukocrond.8").read_text(encoding="utf-8"))
+
 
 if __name__ == "__main__":
     unittest.main(argv=sys.argv[:1])
