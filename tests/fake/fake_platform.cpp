@@ -94,7 +94,7 @@ int VUKOUserGetUGID(const char* szName, uid_t* pUid, gid_t* pGid) {
     }
     *pUid = it->second.first;
     *pGid = it->second.second;
-    return 0;
+    return Platform().iAccountResult;
 }
 
 int initgroups(const char* szUser, gid_t gid) {

@@ -24,7 +24,8 @@ struct PlatformState {
     int iExecResult = 0;  ///< what VLIBCExec() returns
 
     std::map<std::string, std::pair<uid_t, gid_t>> mapAccounts = {{"root", {0, 0}}};
-    int iAccountErrno = 0; ///< errno after a look-up that finds nothing, when not 0
+    int iAccountResult = 0; ///< what a look-up that finds the account returns
+    int iAccountErrno = 0;  ///< errno after a look-up that finds nothing, when not 0
 
     int iInitgroupsErrno = 0; ///< not 0: the call fails with it
     int iSetgidErrno = 0;

@@ -59,7 +59,7 @@ TEST(FieldReady, IsTrueWhenItHoldsTheValueOrAnyValue) {
 TEST(FieldReady, ReadsElementsWithTheJsonLibrarysConversionAndItsErrors) {
     const CronJob job(Document(Definition()));
     for (const char* const szSchedule : {R"({"hour":["5"]})", R"({"hour":[4,[]]})", R"({"hour":[{}]})",
-                                         R"({"hour":[2147483648]})", R"({"hour":[1e300]})"}) {
+                                         R"({"hour":{"0":5}})", R"({"hour":[2147483648]})", R"({"hour":[1e300]})"}) {
         EXPECT_THROW(job.IsTypeReady(FromText(szSchedule), "hour", 5), Json::LogicError) << szSchedule;
     }
 }

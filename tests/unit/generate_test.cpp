@@ -149,7 +149,9 @@ TEST(Generate, TakesAPreferredValueWhereItFits) {
     for (const Case& c : aCases) {
         SCOPED_TRACE(std::string(c.szField) + " prefers " + std::to_string(c.iPreferred) + ": " + c.szComment);
         CronJob job = JobWithField(c.szType, c.szField);
-        EXPECT_EQ(Generate(job, c.szType, c.iPreferred), c.vecValues);
+        for (int i = 0; i < 50; ++i) { // once could be a lucky draw
+            EXPECT_EQ(Generate(job, c.szType, c.iPreferred), c.vecValues);
+        }
     }
 }
 
@@ -172,6 +174,18 @@ TEST(Generate, DrawsWhereThePreferredValueDoesNotFit) {
         EXPECT_GE(*setSeen.begin(), c.iFrom);
         EXPECT_LE(*setSeen.rbegin(), c.iTo);
         EXPECT_GT(setSeen.size(), 1U);
+    }
+}
+
+TEST(Generate, IgnoresAPreferredValueThatTheFieldCannotHoldEvenWhereTheRangeReachesIt) {
+    CronJob job = JobWithoutRanges();
+    job._mapRanges["hour"] = {{1, -9, 99}};
+    for (const int iPreferred : {50, -2}) {
+        int iOthers = 0;
+        for (int i = 0; i < 200; ++i) {
+            iOthers += Generate(job, "hour", iPreferred).at(0) != iPreferred ? 1 : 0;
+        }
+        EXPECT_GT(iOthers, 0) << iPreferred;
     }
 }
 

@@ -98,6 +98,15 @@ TEST_F(JobAccount, ThatCannotBeLookedUpIsReportedWithTheReasonOfTheLookUp) {
               Calls{"<3>cronjob:104 user root not exist (Input/output error)"});
 }
 
+TEST_F(JobAccount, IsMissedOnlyWhenTheLookUpAnswersMinusOne) {
+    for (const int iResult : {1, -2}) {
+        fake::Platform().iAccountResult = iResult;
+        ExpectInBothForms([] { EXPECT_EQ(GetJobUser(With("user", "system")).value().gid, 12U); }, {});
+    }
+    fake::Platform().iAccountResult = -1;
+    ExpectRefused(With("user", "system"), {{104, "user system not exist"}});
+}
+
 TEST_F(JobAccount, OfAPackageNeedsItsName) {
     const std::vector<Message> vecMessages = {{70, "you are not package! error user in config"},
                                               {96, "Unable to determine user"}};

@@ -140,6 +140,10 @@ TEST(Record, StartsNotReadyAndWithoutAGuarantee) {
     EXPECT_FALSE(job._bRunOnPassive);
 }
 
+TEST(Record, IsBuiltOfAGoodDefinitionWithoutAWordAndWithoutTouchingErrno) {
+    ExpectInBothForms([] { EXPECT_TRUE(CronJob(Document(Definition()))._bValid); }, {});
+}
+
 TEST(RequiredKeys, FailEachWithItsNumberAndItsConditionBeforeTheFormatError) {
     struct Case {
         const char* szComment;
