@@ -1,23 +1,14 @@
 #include "platform/linux/jsonreader.h"
 
-#include <algorithm>
 #include <memory>
 
+#include "platform/linux/jsontokens.h"
 #include "platform/linux/utf8.h"
 
 namespace VUKO::PLATFORM {
 
-namespace {
-
-/// Blanks aside, no control character may stand in a JSON text; jsoncpp takes them in strings.
-bool IsControlCharacter(char c) {
-    return static_cast<unsigned char>(c) < 0x20 && c != '\t' && c != '\n' && c != '\r';
-}
-
-} // namespace
-
 bool ReadJson(const std::string& strText, Json::Value& value) {
-    if (!IsUtf8(strText) || std::any_of(strText.begin(), strText.end(), IsControlCharacter)) {
+    if (!IsUtf8(strText) || !HasStrictJsonTokens(strText)) {
         return false;
     }
     Json::CharReaderBuilder builder;

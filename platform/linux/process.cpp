@@ -21,15 +21,26 @@ namespace {
 constexpr int EXIT_NOT_STARTED = 127;
 constexpr int SIGNALED_BASE = 128;
 
-/// Moves a descriptor off 0, 1 and 2. A caller that has these closed gets them from pipe(); a program that starts with
-/// one of them closed must find it closed, and must not lose the report by opening its own file there.
-bool MoveAboveStandard(FileDescriptor& fd) {
-    if (fd.Get() > STDERR_FILENO) {
+/// Takes the places of standard descriptors that the caller has closed, so that a pipe made meanwhile gets none of
+/// them: whoever in the process writes to standard output or standard error would write into it. What holds the places
+/// cannot be read or written.
+class StandardPlaces {
+public:
+    bool Take() {
+        for (int iFd = STDIN_FILENO; iFd <= STDERR_FILENO; ++iFd) {
+            if (::fcntl(iFd, F_GETFD) < 0) {
+                _afdHeld[iFd] = FileDescriptor(::open("/", O_PATH | O_CLOEXEC));
+                if (!_afdHeld[iFd]) {
+                    return false;
+                }
+            }
+        }
         return true;
     }
-    fd = FileDescriptor(::fcntl(fd.Get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-    return static_cast<bool>(fd);
-}
+
+private:
+    FileDescriptor _afdHeld[STDERR_FILENO + 1];
+};
 
 /// The pipe on which a child tells why its program could not be started. It closes by itself when the program starts,
 /// which is how the parent learns of success.
@@ -38,13 +49,14 @@ struct ReportPipe {
     FileDescriptor fdWrite;
 
     bool Open() {
+        StandardPlaces places;
         int aiEnds[2];
-        if (::pipe2(aiEnds, O_CLOEXEC) != 0) {
+        if (!places.Take() || ::pipe2(aiEnds, O_CLOEXEC) != 0) {
             return false;
         }
         fdRead = FileDescriptor(aiEnds[0]);
         fdWrite = FileDescriptor(aiEnds[1]);
-        return MoveAboveStandard(fdRead) && MoveAboveStandard(fdWrite);
+        return true;
     }
 };
 

@@ -228,6 +228,32 @@ TEST(Exec, TellsWhyEvenWithoutStandardDescriptors) {
     EXPECT_EQ(end.iExitStatus, 0);
 }
 
+TEST(Exec, IsNotMisledByWhatIsWrittenToClosedStandardDescriptors) {
+    const support::ChildEnd end = support::RunForked([](int) {
+        signal(SIGPIPE, SIG_IGN);
+        close(0);
+        close(1);
+        close(2);
+        std::atomic<bool> bStop = false;
+        std::thread chatter([&bStop] {
+            while (!bStop) {
+                for (const int iFd : {0, 1, 2}) {
+                    const ssize_t iWritten = write(iFd, "text", 4);
+                    static_cast<void>(iWritten);
+                }
+            }
+        });
+        int iMisled = 0;
+        for (int iRound = 0; iRound < 20; ++iRound) {
+            iMisled += RunShell("exit 3") == 3 ? 0 : 1;
+        }
+        bStop = true;
+        chatter.join();
+        return iMisled;
+    });
+    EXPECT_EQ(end.iExitStatus, 0);
+}
+
 TEST(Exec, LeavesNoDescriptorOpen) {
     const std::vector<int> vecBefore = OpenDescriptors();
     for (int iRound = 0; iRound < 20; ++iRound) {
