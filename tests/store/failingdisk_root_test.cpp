@@ -16,6 +16,7 @@
 #include "tests/platform/private_mounts.h"
 #include "tests/store/root_fixture.h"
 #include "tests/support/captured_syslog.h"
+#include "tests/support/scoped_umask.h"
 #include "tests/unit/definitions.h"
 
 using unit::Definition;
@@ -30,8 +31,6 @@ namespace fs = std::filesystem;
 
 class FailingDisk : public store::RealStores {
 protected:
-    /// Puts both folders on a file system of their own, with one old file each. (The package's is below the system's,
-    /// so that one file system is enough.)
     void SetUp() override {
         store::RealStores::SetUp();
         if (!IsSkipped()) {
@@ -171,7 +170,8 @@ TEST_F(FailingDisk, WithoutTheFolderIsASaveErrorAndTheFolderIsNotMade) {
     EXPECT_FALSE(support::Exists(_strPackageFolder));
 }
 
-TEST_F(FailingDisk, OrNotAMissingFolderIsMadeForRootAloneWhateverTheUmask) {
+TEST_F(FailingDisk, ThatOnlyLacksTheFolderGetsItForRootAndItsGroupWhateverTheUmask) {
+    const support::ScopedUmask umask(0777);
     fs::remove_all(_strSystemFolder);
     const std::string strFolder = _strSystemFolder + "/a/b";
     const support::ScopedValue<const char*> folder(VUKO::VUKOCrond::SZF_CRON_FOLDER_BUILT_IN_DYN, strFolder.c_str());

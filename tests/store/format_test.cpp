@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <iostream>
 #include <string>
 #include <vector>
 
@@ -139,7 +140,7 @@ TEST(JobFormat, EndsWithAnAnswerForADocumentNestedFarTooDeep) {
 
 TEST(JobFormat, HasAnAnswerForEveryValue) {
     constexpr unsigned SEED = 20261120;
-    SCOPED_TRACE("seed " + std::to_string(SEED));
+    std::cout << "seed " << SEED << "\n";
     store::RandomJson random(SEED);
     int aCounts[2] = {0, 0};
     for (int i = 0; i < 20000; ++i) {
