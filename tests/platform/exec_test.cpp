@@ -264,8 +264,10 @@ TEST(Exec, LeavesNoDescriptorOpen) {
 
 TEST(Exec, FailsWhereNoDescriptorIsLeft) {
     const support::ChildEnd end = support::RunForked([](int) {
-        const struct rlimit none = {0, 0};
-        setrlimit(RLIMIT_NOFILE, &none);
+        const struct rlimit few = {32, 32};
+        setrlimit(RLIMIT_NOFILE, &few);
+        while (dup(0) >= 0) {
+        }
         const Arguments arguments{"true"};
         return VLIBCExecv("/bin/true", arguments.Get(), 1) == -1 && errno == EMFILE && VLIBCErrGet() == EMFILE ? 0 : 1;
     });
@@ -304,6 +306,7 @@ TEST(Exec, WaitsThroughAStormOfSignals) {
     int iErrno = 0;
     const int iMissing = WithMarkedErrno([&] { return VLIBCExecv("/nonexistent", arguments.Get(), 1); }, iErrno);
     setitimer(ITIMER_REAL, &calm, nullptr);
+    signal(SIGALRM, SIG_IGN); // drops one that is still pending
     sigaction(SIGALRM, &before, nullptr);
     EXPECT_EQ(iStatus, 6);
     EXPECT_EQ(iMissing, -1);

@@ -124,7 +124,7 @@ TEST(MkdirP, KeepsParentsThatWereMadeBeforeTheFailure) {
 TEST(MkdirP, MakesNothingWithoutTheRightTo) {
     const TempDir dir;
     chmod(dir.Path().c_str(), 0755);
-    ASSERT_EQ(mkdir((dir / "closed").c_str(), 0555), 0);
+    ASSERT_EQ(mkdir((dir / "closed").c_str(), 0755), 0);
     ASSERT_EQ(mkdir((dir / "closed/old").c_str(), 0755), 0);
     chmod((dir / "closed").c_str(), 0555);
     const support::ChildEnd end = support::RunForked([&](int) {
