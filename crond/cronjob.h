@@ -138,6 +138,8 @@ public:
     void GenerateSchedule(const std::string& type, int preferred);
 
     /// @return the generated values of one field; empty when there are none or when one of them is no integer.
+    /// @throws Json::LogicError when one is an integer beyond an int; only a document that was spoilt by hand holds
+    /// one.
     std::vector<int> GetGeneratedScheduleByType(const std::string& type) const;
 
     /// @param schedule  a generated schedule, as in `_jsJob["schedule"]`.
@@ -157,6 +159,7 @@ public:
 
     /// @return true when the job has to run within `_iAssureExecute` hours and its last start ("startup" if it never
     ///         ran) is longer ago. The hours become seconds in 32 bits, which wrap above 596523 hours.
+    /// @throws Json::LogicError when the stamp that counts is no number.
     bool IsExpiredAssure() const;
 
     /// The generated schedule as one line, minute to week: values joined by ",", fields by one blank, "X" for a field
@@ -198,7 +201,8 @@ public:
     ///
     /// A trap: a symbolic link is copied as a link, while ownership and mode are set through it, on what it points
     /// to. Whoever can choose the program of a job can so have a file of their choice made 0700 and given to the job's
-    /// account. Do not stage programs that others than root can replace by a link.
+    /// account. Do not stage programs that others than root can replace by a link. Nor may the folder hold a folder of
+    /// the job's name: cp would copy into it.
     ///
     /// @return false when a step failed: "missing binary", "Failed to cp", "Failed to chown if permissions are
     ///         incorrect" (after its cause), "Failed to chmod". Once the copy is made, "cmd_list" stays pointed at it.
