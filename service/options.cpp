@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include <ostream>
+#include <string>
 
 namespace VUKO::VUKOCrond::Service {
 
@@ -16,17 +17,22 @@ constexpr const char* DESCRIPTION =
 
 constexpr const char* FOOTER = "Exit status: 0 orderly end, 1 failure, 2 bad usage.";
 
+std::string Complaint(const CLI::App* pApp, const CLI::Error& error) {
+    return pApp->get_name() + ": " + error.what() + "\nTry '" + pApp->get_name() + " --help' for more information.\n";
+}
+
 } // namespace
 
 std::optional<ExitStatus> ParseOptions(int iCount, const char* const* aArguments, Options& options, std::ostream& out,
                                        std::ostream& err) {
     CLI::App app(DESCRIPTION, "vukocrond");
     app.footer(FOOTER);
+    app.failure_message(Complaint);
     app.set_help_flag("-h,--help", "Print this text and end");
     app.set_version_flag("-V,--version", "vukocrond " VUKO_VERSION, "Print the version and end");
     app.add_option("--root", options.strRoot, "Put all folders and files below DIR")
         ->type_name("DIR")
-        ->check(CLI::ExistingDirectory);
+        ->check(CLI::Validator(CLI::ExistingDirectory).description(""));
     app.add_flag("--check", options.bCheck, "Read the definitions, print what is wrong with them, and end");
     app.add_flag("--print-schedule", options.bPrintSchedule, "Print the schedule of each job after loading");
     try {

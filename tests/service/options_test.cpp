@@ -77,7 +77,7 @@ TEST(ServiceOptions, RefuseWhatTheyDoNotKnow) {
                                                          {"--", "start"}}) {
         const Parsed parsed = Parse(vecArguments);
         EXPECT_EQ(parsed.status, EXIT_BAD_USAGE) << vecArguments[0];
-        EXPECT_NE(parsed.strErr, "") << vecArguments[0];
+        EXPECT_EQ(parsed.strErr.rfind("vukocrond: ", 0), 0U) << parsed.strErr;
         EXPECT_EQ(parsed.strOut, "") << vecArguments[0];
     }
 }
