@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "platform/vukojson.h"
+#include "service/jsonfault.h"
 #include "service/uniquefd.h"
 
 namespace VUKO::VUKOCrond::Service {
@@ -14,14 +15,7 @@ namespace VUKO::VUKOCrond::Service {
 namespace {
 
 std::string ReadingFailure(int iErrno) {
-    switch (iErrno) {
-    case EBADMSG:
-        return "is not JSON";
-    case EFBIG:
-        return "is too large";
-    default:
-        return std::string("cannot be read: ") + strerror(iErrno);
-    }
+    return iErrno == EFBIG ? "is too large" : std::string("cannot be read: ") + strerror(iErrno);
 }
 
 std::string WhyNoDefinitionFile(const struct stat& stFile, PackageOwner uidPackage) {
@@ -66,8 +60,9 @@ DefinitionFile ReadDefinitionFile(int iFolder, const std::string& strName, Packa
         return file;
     }
     errno = 0;
-    if (!JSON::fromFile(file.jsDocument, "/proc/self/fd/" + std::to_string(fd.Get()))) {
-        file.strReason = ReadingFailure(errno);
+    const std::string strHold = "/proc/self/fd/" + std::to_string(fd.Get());
+    if (!JSON::fromFile(file.jsDocument, strHold)) {
+        file.strReason = errno == EBADMSG ? "is not JSON: " + WhyFileIsNotJson(strHold) : ReadingFailure(errno);
     }
     return file;
 }

@@ -135,23 +135,28 @@ TEST_F(DefinitionScanTest, TellsWhyAFileCannotBeUsed) {
     chmod(_folders.Put(strFolder.c_str(), "k-others", JobDefinition("k")).c_str(), 0646);
     _folders.Put(strFolder.c_str(), "l-name", JobDefinition("../l"));
     const Texts vecRefusals = ScanDefinitions().vecRefusals;
-    EXPECT_EQ(vecRefusals,
-              (Texts{strFolder + "/a-text.conf: expected an object or an array of objects, found a text",
-                     strFolder + "/b-broken.conf: is not JSON", strFolder + "/c-empty.conf: is not JSON",
-                     strFolder + "/d-deep.conf: is not JSON", strFolder + "/e-latin.conf: is not JSON",
-                     strFolder + "/f-large.conf: is too large", strFolder + "/g-folder.conf: is not a regular file",
-                     strFolder + "/h-link.conf: is a symbolic link", strFolder + "/i-pipe.conf: is not a regular file",
-                     strFolder + "/j-group.conf: is writable by group or others",
-                     strFolder + "/k-others.conf: is writable by group or others",
-                     strFolder + R"(/l-name.conf: field "name": "../l" begins with ".")"}));
+    EXPECT_EQ(
+        vecRefusals,
+        (Texts{strFolder + "/a-text.conf: expected an object or an array of objects, found a text",
+               strFolder +
+                   "/b-broken.conf: is not JSON: line 1, column 10: Syntax error: value, object or array expected.",
+               strFolder + "/c-empty.conf: is not JSON: the file is empty",
+               strFolder + "/d-deep.conf: is not JSON: it is nested too deep",
+               strFolder + "/e-latin.conf: is not JSON: it holds bytes that are no UTF-8, a bare control character "
+                           "or a number of another form",
+               strFolder + "/f-large.conf: is too large", strFolder + "/g-folder.conf: is not a regular file",
+               strFolder + "/h-link.conf: is a symbolic link", strFolder + "/i-pipe.conf: is not a regular file",
+               strFolder + "/j-group.conf: is writable by group or others",
+               strFolder + "/k-others.conf: is writable by group or others",
+               strFolder + R"(/l-name.conf: field "name": "../l" begins with ".")"}));
 }
 
 TEST_F(DefinitionScanTest, KeepsAFileNameFromForgingALogLine) {
     _folders.PutText(SZF_CRON_FOLDER_BUILT_IN, "x\nvukocrond: all is well.conf", "");
     const Texts vecRefusals = ScanDefinitions().vecRefusals;
     ASSERT_EQ(vecRefusals.size(), 1U);
-    EXPECT_EQ(vecRefusals[0],
-              std::string(SZF_CRON_FOLDER_BUILT_IN) + "/x\\x0avukocrond: all is well.conf: is not JSON");
+    EXPECT_EQ(vecRefusals[0], std::string(SZF_CRON_FOLDER_BUILT_IN) +
+                                  "/x\\x0avukocrond: all is well.conf: is not JSON: the file is empty");
 }
 
 TEST_F(DefinitionScanTest, HoldsThePackagesFolderToItsRules) {

@@ -1,0 +1,61 @@
+#include "service/jsonfault.h"
+
+#include <json/json.h>
+
+#include <fstream>
+#include <memory>
+#include <regex>
+
+#include "service/logtext.h"
+
+namespace VUKO::VUKOCrond::Service {
+
+namespace {
+
+/// More than any definition that somebody wrote by hand.
+constexpr std::size_t TEXT_MAX = std::size_t{256} * 1024;
+constexpr int DEPTH_MAX = 128;
+
+/// The first of the library's faults, which it gives as "* Line 1, Column 2\n  What is wrong\n", on one line.
+std::string FirstFault(const std::string& strFaults) {
+    static const std::regex fault(R"(Line (\d+), Column (\d+)\n *([^\n]{1,200}))");
+    std::smatch match;
+    if (!std::regex_search(strFaults, match, fault)) {
+        return std::string();
+    }
+    return "line " + match[1].str() + ", column " + match[2].str() + ": " + match[3].str();
+}
+
+} // namespace
+
+std::string WhyNotJson(const std::string& strText) {
+    if (strText.find_first_not_of(" \t\r\n") == std::string::npos) {
+        return "the file is empty";
+    }
+    Json::CharReaderBuilder builder;
+    Json::CharReaderBuilder::strictMode(&builder.settings_);
+    builder["strictRoot"] = false;
+    builder["stackLimit"] = DEPTH_MAX + 1;
+    const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    Json::Value jsIgnored;
+    std::string strFaults;
+    try {
+        if (reader->parse(strText.data(), strText.data() + strText.size(), &jsIgnored, &strFaults)) {
+            return "it holds bytes that are no UTF-8, a bare control character or a number of another form";
+        }
+    } catch (const Json::Exception&) {
+        return "it is nested too deep";
+    }
+    const std::string strFirst = FirstFault(strFaults);
+    return strFirst.empty() ? "no reason is known" : Escaped(strFirst);
+}
+
+std::string WhyFileIsNotJson(const std::string& strPath) {
+    std::ifstream fs(strPath, std::ios::binary);
+    std::string strText(TEXT_MAX, '\0');
+    fs.read(strText.data(), static_cast<std::streamsize>(strText.size()));
+    strText.resize(static_cast<std::size_t>(fs.gcount()));
+    return WhyNotJson(strText);
+}
+
+} // namespace VUKO::VUKOCrond::Service
