@@ -69,7 +69,7 @@ public:
     /// definition with another one is refused at its launch instead of running as an account it did not ask for.
     ///
     /// @param jsJobs  a definition or an array of them; anything else is left alone.
-    /// @throws Json::LogicError never: an element that is no object is left alone, too.
+    /// Throws nothing: an element that is no object is left alone, too.
     static void ReplacePkgUserName(Json::Value& jsJobs, const std::string& strUserName);
 
 private:

@@ -144,12 +144,13 @@ public:
 
     /// @param schedule  a generated schedule, as in `_jsJob["schedule"]`.
     /// @return true when the field's values hold `value` or -1.
-    /// @throws Json::LogicError when an element that is looked at is no number.
+    /// @throws Json::LogicError when an element that is looked at cannot be read as an int (a text, an array).
     bool IsTypeReady(const Json::Value& schedule, const std::string& type, int value) const;
 
     /// @return true when the current local minute matches all five fields (the two day fields are joined by AND). A
     ///         field without values never matches. Only this minute is looked at: a minute in which nobody asked is
     ///         not made up for, and asking twice in a minute is answered twice. Logged: "Failed to get localtime".
+    /// @throws what IsTypeReady() throws, for a schedule that was spoilt by hand.
     bool IsOnScheduled() const;
 
     /// When the job is on schedule, marks it ready: "expireTime" becomes now and `_strReadyCrontab` the rendered line.
@@ -206,6 +207,7 @@ public:
     ///
     /// @return false when a step failed: "missing binary", "Failed to cp", "Failed to chown if permissions are
     ///         incorrect" (after its cause), "Failed to chmod". Once the copy is made, "cmd_list" stays pointed at it.
+    /// @throws Json::LogicError when "cmd_list" is an object, which only a definition that spells it so makes it.
     bool MoveBinaryToTmp();
 
     /// Writes out what the execution log holds in memory; gLogger.FlushAll().

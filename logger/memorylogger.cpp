@@ -24,6 +24,26 @@ using SharableMutex = boost::interprocess::interprocess_sharable_mutex;
 using ExclusiveLock = boost::interprocess::scoped_lock<SharableMutex>;
 using SharedLock = boost::interprocess::sharable_lock<SharableMutex>;
 
+bool IsLink(const std::string& strPath) {
+    struct stat stPath = {};
+    return ::lstat(strPath.c_str(), &stPath) == 0 && S_ISLNK(stPath.st_mode);
+}
+
+/// Opens a file, but no pipe: anybody may put one where the memory log file is to stand, and opening it would wait for
+/// ever for somebody at its other end, and the job with it.
+template <typename Stream>
+void OpenUnlessPipe(Stream& fs, const std::string& strPath, std::ios::openmode mode) {
+    const int iErrno = errno;
+    struct stat stPath = {};
+    if (::stat(strPath.c_str(), &stPath) == 0 && S_ISFIFO(stPath.st_mode)) {
+        errno = ENXIO;
+        fs.setstate(std::ios::failbit);
+        return;
+    }
+    errno = iErrno; // that there is no file yet is no news
+    fs.open(strPath, mode);
+}
+
 } // namespace
 
 MemoryLogger::MemoryLogger(const std::string& strLogPath, const std::string& strMemLogPath,
@@ -36,7 +56,8 @@ void MemoryLogger::SoftFlush() {
     {
         const ExclusiveLock lockMemLog(_mutexMemLog);
         const StagingLock lockFile(_strMemLogPath, StagingLock::IfMissing::Create);
-        std::ofstream fsMem(_strMemLogPath, std::ios::out | std::ios::app);
+        std::ofstream fsMem;
+        OpenUnlessPipe(fsMem, _strMemLogPath, std::ios::out | std::ios::app);
         if (!fsMem) {
             VUKO_LOG(LOG_ERR, 68, "open memory logger failed");
         } else {
@@ -70,7 +91,7 @@ void MemoryLogger::Flush() {
         errno = ENOENT; // not opened: if there is one by now, another process has just begun it
         fsMem.setstate(std::ios::failbit);
     } else {
-        fsMem.open(_strMemLogPath, std::ios::in);
+        OpenUnlessPipe(fsMem, _strMemLogPath, std::ios::in);
     }
     if (!fs) {
         errno = iErrnoLog; // the reason to report is the log's own, not that of the second file
@@ -84,8 +105,9 @@ void MemoryLogger::Flush() {
     fs.close();
     fsMem.close();
     // Deleted whatever happened above: staged text that cannot be moved on is given up, so that the staging file, which
-    // lies in memory on an appliance, cannot grow without bound. A file that has come since is not this call's.
-    if (!lockFile.WasMissing()) {
+    // lies in memory on an appliance, cannot grow without bound. A file that has come since is not this call's; a link
+    // to nothing is, and the next line must not be written through it.
+    if (!lockFile.WasMissing() || IsLink(_strMemLogPath)) {
         static_cast<void>(::unlink(_strMemLogPath.c_str()));
     }
 }

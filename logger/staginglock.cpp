@@ -14,20 +14,39 @@ namespace VUKO {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 /// Between two tries; it grows, so that hundreds of jobs that start at once do not keep the holder from running.
 constexpr std::chrono::microseconds FIRST_PAUSE{250};
 constexpr std::chrono::microseconds LONGEST_PAUSE{8000};
 
-bool LockUntil(int iFd, Clock::time_point tDeadline) {
-    std::chrono::microseconds pause = FIRST_PAUSE;
-    while (flock(iFd, LOCK_EX | LOCK_NB) != 0) {
-        if ((errno != EWOULDBLOCK && errno != EINTR) || Clock::now() >= tDeadline) {
+/// How often a file may turn out to have been replaced while it was waited for. Each time somebody else got on.
+constexpr int REPLACED_MAX = 10000;
+
+/// The pauses that are left. They are counted and no clock is asked: clocks stand still in tests, and jump elsewhere.
+class Pauses {
+public:
+    explicit Pauses(std::chrono::microseconds total) : _left(total) {}
+
+    /// @return false, at once, when none is left.
+    bool Pause() {
+        if (_left <= std::chrono::microseconds::zero()) {
             return false;
         }
-        std::this_thread::sleep_for(pause);
-        pause = std::min(2 * pause, LONGEST_PAUSE);
+        std::this_thread::sleep_for(_next);
+        _left -= _next;
+        _next = std::min(2 * _next, LONGEST_PAUSE);
+        return true;
+    }
+
+private:
+    std::chrono::microseconds _left;
+    std::chrono::microseconds _next = FIRST_PAUSE;
+};
+
+bool Lock(int iFd, Pauses& pauses) {
+    while (flock(iFd, LOCK_EX | LOCK_NB) != 0) {
+        if ((errno != EWOULDBLOCK && errno != EINTR) || !pauses.Pause()) {
+            return false;
+        }
     }
     return true;
 }
@@ -46,21 +65,22 @@ StagingLock::StagingLock(const std::string& strPath, IfMissing eIfMissing, std::
     // O_NONBLOCK: a pipe at the path must not be waited for. O_CLOEXEC: the lock is not the job's to inherit.
     const int iFlags =
         O_CLOEXEC | O_NONBLOCK | (eIfMissing == IfMissing::Create ? O_WRONLY | O_APPEND | O_CREAT : O_RDONLY);
-    const Clock::time_point tDeadline = Clock::now() + patience;
-    for (;;) {
+    Pauses pauses(patience);
+    for (int iReplaced = 0; iReplaced < REPLACED_MAX; ++iReplaced) {
         _iFd = open(strPath.c_str(), iFlags, 0666);
         if (_iFd == -1) {
             _bMissing = errno == ENOENT;
             return;
         }
-        const bool bLocked = LockUntil(_iFd, tDeadline);
+        const bool bLocked = Lock(_iFd, pauses);
         if (bLocked && StandsAt(strPath, _iFd)) {
             break;
         }
-        Close(); // deleted by the holder that was waited for: another file may stand there
-        if (!bLocked || Clock::now() >= tDeadline) {
+        Close();
+        if (!bLocked) {
             break;
         }
+        // Deleted by the holder that was waited for: another file may stand there.
     }
     errno = iErrno;
 }

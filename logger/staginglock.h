@@ -23,7 +23,7 @@ public:
 
     /// A holder needs microseconds; a minute's worth of jobs that start at once needs less than this. Only a holder
     /// that is stopped, or no honest one, is waited for in vain.
-    static constexpr std::chrono::milliseconds PATIENCE{10000};
+    static constexpr std::chrono::milliseconds PATIENCE{3000};
 
     /// Waits until nobody else holds the file. errno is left alone unless the file could not be opened.
     StagingLock(const std::string& strPath, IfMissing eIfMissing, std::chrono::milliseconds patience = PATIENCE);

@@ -87,9 +87,10 @@ ExitStatus Daemon::Run() {
     sd_notify(0, "READY=1");
     ReapChildren(); // whoever ended before the signals were watched
     ArmTimer(ReadClock());
-    Check(sd_event_loop(_event.get()), "sd_event_loop");
+    const int iStatus = sd_event_loop(_event.get());
+    Check(iStatus, "sd_event_loop");
     VUKO_LOG_PLAIN(LOG_NOTICE, 4, "stopped, running jobs are left running");
-    return EXIT_ORDERLY;
+    return iStatus == 0 ? EXIT_ORDERLY : EXIT_FAILED;
 }
 
 int Daemon::OnTimer(sd_event_source* /*pSource*/, int /*iFd*/, std::uint32_t /*uEvents*/, void* pDaemon) {
@@ -106,7 +107,12 @@ int Daemon::OnSignal(sd_event_source* /*pSource*/, const signalfd_siginfo* pInfo
 void Daemon::HandleTimer() {
     const MinuteTimer::Event eEvent = _timer.Consume();
     const std::optional<ClockReading> reading = ReadClock();
-    ArmTimer(reading); // first: nothing that a job does may cost the next tick
+    try {
+        ArmTimer(reading); // first: nothing that a job does may cost the next tick
+    } catch (const std::exception&) {
+        sd_event_exit(_event.get(), EXIT_FAILED); // a service that lives and never ticks again is worse than none
+        throw;
+    }
     if (eEvent == MinuteTimer::Event::Expired && reading) {
         Tick(*reading);
     }

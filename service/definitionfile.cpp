@@ -14,6 +14,9 @@ namespace VUKO::VUKOCrond::Service {
 
 namespace {
 
+/// More than any definition that somebody wrote by hand. Reading one must not keep the service from its minutes.
+constexpr off_t FILE_SIZE_MAX = off_t{256} * 1024;
+
 std::string ReadingFailure(int iErrno) {
     return iErrno == EFBIG ? "is too large" : std::string("cannot be read: ") + strerror(iErrno);
 }
@@ -24,6 +27,9 @@ std::string WhyNoDefinitionFile(const struct stat& stFile, PackageOwner uidPacka
     }
     if (!S_ISREG(stFile.st_mode)) {
         return "is not a regular file";
+    }
+    if (stFile.st_size > FILE_SIZE_MAX) {
+        return "is too large: " + std::to_string(stFile.st_size) + " bytes, at most " + std::to_string(FILE_SIZE_MAX);
     }
     return WhyUntrusted(stFile, uidPackage);
 }

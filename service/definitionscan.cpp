@@ -21,6 +21,9 @@ namespace VUKO::VUKOCrond::Service {
 
 namespace {
 
+/// One file must not keep the service from its minutes, nor its refusals fill the system log.
+constexpr Json::ArrayIndex DEFINITIONS_IN_FILE_MAX = 1000;
+
 constexpr int OPEN_FOLDER = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
 struct DefinitionFolder {
@@ -150,6 +153,11 @@ void Scanner::TakeDocument(const OpenFolder& folder, const std::string& strFile,
     }
     if (!jsDocument.isArray()) {
         Refuse(Escaped(strFile), std::string("expected an object or an array of objects, found ") + KindOf(jsDocument));
+        return;
+    }
+    if (jsDocument.size() > DEFINITIONS_IN_FILE_MAX) {
+        Refuse(Escaped(strFile), "holds " + std::to_string(jsDocument.size()) + " definitions, at most " +
+                                     std::to_string(DEFINITIONS_IN_FILE_MAX) + " are taken");
         return;
     }
     for (Json::ArrayIndex i = 0; i < jsDocument.size(); ++i) {

@@ -43,7 +43,7 @@ std::string WhyNotJson(const std::string& strText) {
         if (reader->parse(strText.data(), strText.data() + strText.size(), &jsIgnored, &strFaults)) {
             return "it holds bytes that are no UTF-8, a bare control character or a number of another form";
         }
-    } catch (const Json::Exception&) {
+    } catch (const std::exception&) {
         return "it is nested too deep";
     }
     const std::string strFirst = FirstFault(strFaults);

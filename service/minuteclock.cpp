@@ -46,8 +46,8 @@ WallMinute WallMinuteOf(std::int64_t iLocalMinute) {
 
 std::vector<std::int64_t> MinuteClock::Advance(std::int64_t iNow) {
     const std::int64_t iPassed = iNow - _iWorkedUpTo;
-    if (iPassed == 0) {
-        return {};
+    if (-MAX_LATE <= iPassed && iPassed <= 0) {
+        return {}; // worked on already: the clock was put right by a little and has to catch up
     }
     std::int64_t iMinute = 0 < iPassed && iPassed <= MAX_LATE ? _iWorkedUpTo + 1 : iNow;
     std::vector<std::int64_t> vecMinutes;

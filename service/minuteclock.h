@@ -54,7 +54,8 @@ public:
     /// Takes note that it is minute `iNow`.
     ///
     /// @return the minutes to look at, oldest first, `iNow` the last of them: all since the last one worked on when
-    ///         that is at most MAX_LATE back, else `iNow` alone; nothing when `iNow` is the last one worked on.
+    ///         that is at most MAX_LATE back, else `iNow` alone; nothing when `iNow` is the last one worked on, or at
+    ///         most MAX_LATE before that.
     std::vector<std::int64_t> Advance(std::int64_t iNow);
 
     std::int64_t WorkedUpTo() const { return _iWorkedUpTo; }

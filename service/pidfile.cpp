@@ -14,6 +14,7 @@ namespace VUKO::VUKOCrond::Service {
 namespace {
 
 constexpr mode_t PID_FILE_MODE = 0644;
+constexpr int ATTEMPTS = 100;
 
 struct flock WholeFileForWriting() {
     struct flock lock = {};
@@ -31,6 +32,11 @@ pid_t HolderOf(int iFd) {
     return lock.l_pid;
 }
 
+bool IsLockedForReading(int iFd) {
+    struct flock lock = WholeFileForWriting();
+    return fcntl(iFd, F_GETLK, &lock) == 0 && lock.l_type == F_RDLCK;
+}
+
 bool WriteWhole(int iFd, const std::string& strText) {
     return ftruncate(iFd, 0) == 0 &&
            pwrite(iFd, strText.data(), strText.size(), 0) == static_cast<ssize_t>(strText.size());
@@ -40,7 +46,10 @@ bool WriteWhole(int iFd, const std::string& strText) {
 
 PidFile::PidFile(const std::string& strPath) : _strPath(strPath) {
     // The instance before may remove the file between our opening and our locking it: what we hold then has no name.
-    while (TakeOnce()) {
+    for (int i = 0; i < ATTEMPTS && TakeOnce(); ++i) {
+    }
+    if (!_fd && _strWhyNot.empty()) {
+        _strWhyNot = Escaped(_strPath) + " is replaced again and again";
     }
 }
 
@@ -66,6 +75,10 @@ bool PidFile::TakeOnce() {
         if (errno != EACCES && errno != EAGAIN) {
             return Fail("cannot be locked");
         }
+        if (IsLockedForReading(fd.Get())) {
+            // No instance's lock: anybody who may read the file can take that one. He may keep this file.
+            return unlink(_strPath.c_str()) == 0 || Fail("is locked by a reader and cannot be removed");
+        }
         const pid_t pidHolder = HolderOf(fd.Get());
         _strWhyNot = "another instance is running: process " +
                      (pidHolder > 0 ? std::to_string(pidHolder) : std::string("of another container")) + " holds " +
@@ -76,6 +89,9 @@ bool PidFile::TakeOnce() {
         return true;
     }
     if (!WriteWhole(fd.Get(), std::to_string(getpid()) + "\n")) {
+        const int iErrno = errno;
+        unlink(_strPath.c_str()); // half a PID file would name nobody, or somebody else
+        errno = iErrno;
         return Fail("cannot be written");
     }
     _fd = std::move(fd);

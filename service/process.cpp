@@ -1,6 +1,7 @@
 #include "service/process.h"
 
 #include <fcntl.h>
+#include <linux/close_range.h>
 #include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -38,6 +39,8 @@ void SettleProcess() {
             (void)open("/dev/null", iFd == STDIN_FILENO ? O_RDONLY : O_WRONLY);
         }
     }
+    // Jobs run as other accounts and inherit what is open: what our starter left open is not theirs.
+    (void)close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
     if (chdir("/") != 0) {
         VUKO_LOG_PLAIN(LOG_WARNING, 1, "cannot change to the root folder: %s", strerror(errno));
     }

@@ -7,7 +7,7 @@ set -eu
 packages() {
     case $1 in
     build) echo g++ cmake ninja-build pkg-config libjsoncpp-dev libboost-dev libsystemd-dev libcli11-dev ;;
-    test) echo abigail-tools binutils clang-14 dbus dbus-daemon libgtest-dev python3 python3-dbusmock systemd valgrind ;;
+    test) echo abigail-tools binutils clang-14 dbus dbus-daemon libgtest-dev procps python3 python3-dbusmock systemd valgrind ;;
     fuzz) echo clang-14 libclang-rt-14-dev ;;
     bench) echo libbenchmark-dev ;;
     *)
@@ -23,7 +23,7 @@ for set in "$@"; do
     for package in $wanted; do
         state=$(dpkg-query -W -f '${db:Status-Abbrev}' "$package" 2>/dev/null || true)
         case $state in
-        ii*) ;;
+        ?i*) ;; # installed, held or not
         *) missing="$missing $package" ;;
         esac
     done
@@ -38,7 +38,6 @@ if [ "$(id -u)" -ne 0 ]; then
     sudo=sudo
 fi
 echo "Installing:$missing"
-export DEBIAN_FRONTEND=noninteractive
-${sudo:-} apt-get update -qq
+${sudo:-} apt-get update -qq </dev/null
 # shellcheck disable=SC2086 # a list of words is meant
-${sudo:-} apt-get install -y -qq --no-install-recommends $missing >/dev/null
+${sudo:-} env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends $missing </dev/null >/dev/null

@@ -40,7 +40,8 @@ bool SchedulePeriod(const Json::Value& jsConf, std::string& strPeriod) {
     }
 }
 
-/// Fills "cmd_list" and "cmd_str" from an argument vector. The text ends in a blank, and log readers know it that way.
+/// Fills "cmd_list" and "cmd_str" from an argument vector. The text ends in a blank, which is part of
+/// the log line's form.
 void TakeArgumentVector(const Json::Value& jsConfList, Json::Value& jsJob) {
     jsJob["cmd_list"] = jsConfList;
     std::string strCmd;

@@ -51,8 +51,8 @@ bool CronJob::IsExpiredAssure() const {
     }
     const char* const szBase = _jsJob.isMember("lastExecution") ? "lastExecution" : "startup";
     const std::int64_t iBase = _jsJob[szBase].asInt64();
-    // The seconds are 32 bits wide and wrap above 596523 hours: callers rely on the result of the wrap. Both sums are
-    // made unsigned, where a wrap is defined.
+    // The seconds are 32 bits wide, as the header says, and wrap above 596523 hours. Both sums are made unsigned, where
+    // a wrap is defined.
     const auto iPeriod = static_cast<std::int32_t>(static_cast<std::uint32_t>(_iAssureExecute) * 3600U);
     const auto iLimit = static_cast<std::int64_t>(static_cast<std::uint64_t>(iBase) +
                                                   static_cast<std::uint64_t>(static_cast<std::int64_t>(iPeriod)));

@@ -31,7 +31,7 @@ void LogExecution(const Pieces&... pieces) {
     logger.FlushAll();
 }
 
-/// The three texts have no blank after "for"; they are searched for that way.
+/// The three texts have no blank after "for"; that is the form that they are searched by.
 void LogIdentityFailure(const char* szWhat, const std::string& strName, const JobUser& user) {
     const int iErrno = errno; // the log's own work must not replace the reason
     LogExecution(szWhat, strName, " for user ", user.strName, "[", strerror(iErrno), "]");

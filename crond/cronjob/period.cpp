@@ -102,9 +102,10 @@ bool CronJob::ParsePeriodByType(const char* type, const std::string& field) {
     VUKOUtils::StringExplode(vecPieces, field, ",");
     for (const std::string& strPiece : vecPieces) {
         Range range;
-        if (strPiece.front() == '~') {
+        const char cFirst = strPiece[0]; // NUL for an empty piece, which another platform may keep
+        if (cFirst == '~') {
             GetBoundsByType(range, type);
-        } else if (strPiece.front() == '*') {
+        } else if (cFirst == '*') {
             range.kind = 2;
         } else if (strPiece.find('~') != std::string::npos) {
             if (!ParseRandomRange(strPiece, range) || !IsTimeValid(type, range.from) || !IsTimeValid(type, range.to)) {

@@ -50,8 +50,13 @@ bool CronJob::MoveBinaryToTmp() {
     }
     // By cp and not by hand: it keeps times, attributes and links, and replaces a copy that is being run.
     if (VLIBCExec("/usr/bin/cp", "-af", strSource.c_str(), strTarget.c_str(), nullptr) != 0) {
-        VUKO_LOG(LOG_ERR, 219, "Failed to cp [%s][%s][0x%04X %s:%d]", strSource.c_str(), strTarget.c_str(),
-                 VLIBCErrGet(), VLIBCErrorGetFile(), VLIBCErrorGetLine());
+        const int iErrno = errno; // asking for the details may touch it, and the message's form depends on it
+        const unsigned uCode = VLIBCErrGet();
+        const char* const szFile = VLIBCErrorGetFile();
+        const int iLine = VLIBCErrorGetLine();
+        errno = iErrno;
+        VUKO_LOG(LOG_ERR, 219, "Failed to cp [%s][%s][0x%04X %s:%d]", strSource.c_str(), strTarget.c_str(), uCode,
+                 szFile, iLine);
         return false;
     }
     _jsJob["cmd_list"][0U] = strTarget;

@@ -150,6 +150,10 @@ int VLIBCExecv(const char* path, char* const argv[], int wait) {
 }
 
 int VLIBCExec(const char* prog, ...) {
+    if (prog == nullptr) { // then no argument need follow, not even the null pointer that ends them
+        VUKO_SET_ERROR(EFAULT);
+        return -1;
+    }
     std::size_t uCount = 1;
     va_list arguments;
     va_start(arguments, prog);

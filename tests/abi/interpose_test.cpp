@@ -227,6 +227,10 @@ TEST_F(Interposition, TheProgramsStringExplodeSplitsTheFields) {
     EXPECT_EQ(job._mapRanges["Minute"][1].from, 7);
 }
 
+TEST_F(Interposition, AnEmptyPieceThatTheProgramsStringExplodeKeepsIsNoNumber) {
+    EXPECT_FALSE(Job("1,,2 * * * *")._bValid);
+}
+
 TEST_F(Interposition, TheProgramsRandomSourceDrawsTheValues) {
     CronJob job = Job("~ 3~9 * * *");
     job.GenerateSchedule("Minute", -1);

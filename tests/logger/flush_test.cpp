@@ -1,6 +1,7 @@
 // What reaches each file, and when.
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <limits>
 
@@ -331,6 +332,31 @@ TEST_F(LogFlush, AForkedChildWritesTheLinesThatItsParentHadBufferedAndSoDoesTheP
     EXPECT_EQ(Buffered(), "buffered before the fork\n");
     _logger.FlushAll();
     EXPECT_EQ(Log(), "buffered before the fork\nof the child\nbuffered before the fork\n");
+}
+
+/// Anybody may put one into /tmp; opening it would wait for ever, and the job with it.
+TEST_F(LogFlush, DoesNotWaitForAPipeInThePlaceOfTheMemoryLogFileAndTakesItAway) {
+    ASSERT_EQ(mkfifo(_strMemLog.c_str(), 0666), 0);
+    _logger._ssLog << "line\n";
+    errno = 0;
+    _logger.FlushAll();
+    EXPECT_EQ(
+        _syslog.Take(),
+        (Messages{"<3>memorylogger:68 open memory logger failed (No such device or address)",
+                  "<3>memorylogger:50 Failed [!fsMem], err=No such device or address (No such device or address)"}));
+    EXPECT_FALSE(Exists(_strMemLog));
+    EXPECT_EQ(Buffered(), "line\n");
+    _logger.FlushAll();
+    EXPECT_EQ(Log(), "line\n");
+}
+
+TEST_F(LogFlush, FlushTakesALinkToNothingAway) {
+    ASSERT_EQ(symlink((_dir / "nothing").c_str(), _strMemLog.c_str()), 0);
+    _logger.Flush();
+    EXPECT_EQ(
+        _syslog.Take(),
+        (Messages{"<3>memorylogger:50 Failed [!fsMem], err=No such file or directory (No such file or directory)"}));
+    EXPECT_FALSE(Exists(_strMemLog));
 }
 
 } // namespace

@@ -127,7 +127,12 @@ TEST_F(DefinitionScanTest, TellsWhyAFileCannotBeUsed) {
     _folders.PutText(strFolder, "c-empty.conf", "");
     _folders.PutText(strFolder, "d-deep.conf", std::string(2000, '[') + std::string(2000, ']'));
     _folders.PutText(strFolder, "e-latin.conf", "{\"name\": \"gr\xfc\xdf\"}");
-    _folders.PutText(strFolder, "f-large.conf", "[" + std::string(5 << 20, ' ') + "]");
+    _folders.PutText(strFolder, "f-large.conf", "[" + std::string(256 * 1024, ' ') + "]");
+    std::string strMany = "[0";
+    for (int i = 0; i < 1000; ++i) {
+        strMany += ",0";
+    }
+    _folders.PutText(strFolder, "f-many.conf", strMany + "]");
     std::filesystem::create_directory(strFolder + "/g-folder.conf");
     std::filesystem::create_symlink("/etc/passwd", strFolder + "/h-link.conf");
     ASSERT_EQ(mkfifo((strFolder + "/i-pipe.conf").c_str(), 0644), 0);
@@ -144,8 +149,10 @@ TEST_F(DefinitionScanTest, TellsWhyAFileCannotBeUsed) {
                strFolder + "/d-deep.conf: is not JSON: it is nested too deep",
                strFolder + "/e-latin.conf: is not JSON: it holds bytes that are no UTF-8, a bare control character "
                            "or a number of another form",
-               strFolder + "/f-large.conf: is too large", strFolder + "/g-folder.conf: is not a regular file",
-               strFolder + "/h-link.conf: is a symbolic link", strFolder + "/i-pipe.conf: is not a regular file",
+               strFolder + "/f-large.conf: is too large: 262146 bytes, at most 262144",
+               strFolder + "/f-many.conf: holds 1001 definitions, at most 1000 are taken",
+               strFolder + "/g-folder.conf: is not a regular file", strFolder + "/h-link.conf: is a symbolic link",
+               strFolder + "/i-pipe.conf: is not a regular file",
                strFolder + "/j-group.conf: is writable by group or others",
                strFolder + "/k-others.conf: is writable by group or others",
                strFolder + R"(/l-name.conf: field "name": "../l" begins with ".")"}));

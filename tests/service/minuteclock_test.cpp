@@ -70,11 +70,19 @@ TEST(MinuteClock, TakesALargerJumpForAClockThatWasSet) {
     EXPECT_EQ(clock.Advance(100001), Minutes{100001});
 }
 
-TEST(MinuteClock, WorksOnTheCurrentMinuteAfterAJumpBack) {
+TEST(MinuteClock, WaitsForAClockThatWasPutBackByALittle) {
     MinuteClock clock(100);
-    EXPECT_EQ(clock.Advance(99), Minutes{99});
-    EXPECT_EQ(clock.Advance(99), Minutes{});
-    EXPECT_EQ(clock.Advance(100), Minutes{100});
+    for (std::int64_t iNow = 95; iNow <= 100; ++iNow) {
+        EXPECT_EQ(clock.Advance(iNow), Minutes{}) << iNow;
+    }
+    EXPECT_EQ(clock.Advance(101), Minutes{101});
+}
+
+TEST(MinuteClock, WorksOnTheCurrentMinuteAfterALargerJumpBack) {
+    MinuteClock clock(100);
+    EXPECT_EQ(clock.Advance(94), Minutes{94});
+    EXPECT_EQ(clock.Advance(94), Minutes{});
+    EXPECT_EQ(clock.Advance(95), Minutes{95});
     EXPECT_EQ(clock.Advance(-5), Minutes{-5});
 }
 

@@ -120,3 +120,16 @@ TEST_F(PidFileTest, IsNotInheritedByPrograms) {
     }
     EXPECT_EQ(iFound, 1);
 }
+
+/// Anybody may take a lock for reading on a file that he may read; an instance's is for writing.
+TEST_F(PidFileTest, IsNotKeptFromTheServiceByAReader) {
+    support::WriteFile(_strPath, "1\n");
+    const int iFd = open(_strPath.c_str(), O_RDONLY | O_CLOEXEC);
+    struct flock lock = {};
+    lock.l_type = F_RDLCK;
+    ASSERT_EQ(fcntl(iFd, F_OFD_SETLK, &lock), 0);
+    const PidFile pidFile(_strPath);
+    EXPECT_TRUE(pidFile.IsHeld()) << pidFile.WhyNot();
+    EXPECT_EQ(support::ReadFile(_strPath), std::to_string(getpid()) + "\n");
+    close(iFd);
+}

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <json/json.h>
@@ -176,7 +177,8 @@ TEST_F(Program, LeavesRunningJobsRunningAndTheWayFreeForTheNextInstance) {
     EXPECT_EQ(support::WaitFor(iWaiting), 0);
 }
 
-TEST_F(Program, GivesJobsNoneOfItsDescriptorsAndSignals) {
+TEST_F(Program, GivesJobsNoneOfItsDescriptorsAndSignalsNorWhatItsStarterLeftOpen) {
+    const int iLeftOpen = open("/dev/null", O_RDONLY); // on purpose without O_CLOEXEC
     const std::string strSeen = _dir / "seen";
     DefineJob("witness", "* * * * *", VUKO_WITNESS_PROGRAM " " + strSeen);
     const ServiceProcess service(_dir.Path(), {}, {{"TZ", ZoneWithAMinuteIn(2)}});
@@ -192,6 +194,7 @@ TEST_F(Program, GivesJobsNoneOfItsDescriptorsAndSignals) {
     EXPECT_TRUE(jsSeen["blocked"].empty()) << jsSeen["blocked"];
     EXPECT_TRUE(jsSeen["ignored"].empty()) << jsSeen["ignored"];
     EXPECT_EQ(jsSeen["cwd"], "/");
+    close(iLeftOpen);
 }
 
 TEST_F(Program, ChecksDefinitionsWithoutServing) {
