@@ -11,9 +11,9 @@
 #include <system_error>
 
 #include "base/syslog_line.h"
-#include "service/launcher.h"
+#include "service/launch/launcher.h"
 #include "service/logtext.h"
-#include "service/reaper.h"
+#include "service/launch/reaper.h"
 #include "service/report.h"
 #include "service/scheduler.h"
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "service/definitionscan.h"
+#include "service/definitions/definitionscan.h"
 #include "service/job.h"
 
 namespace VUKO::VUKOCrond::Service {

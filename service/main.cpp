@@ -3,7 +3,7 @@
 
 #include "base/syslog_line.h"
 #include "service/daemon.h"
-#include "service/definitionscan.h"
+#include "service/definitions/definitionscan.h"
 #include "service/jobstore.h"
 #include "service/logtext.h"
 #include "service/options.h"

@@ -1,4 +1,4 @@
-#include "service/definitionpolicy.h"
+#include "service/definitions/definitionpolicy.h"
 
 #include <gtest/gtest.h>
 

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "crond/cronjob.h"
-#include "service/definitionreason.h"
+#include "service/definitions/definitionreason.h"
 #include "tests/service/service_fixture.h"
 #include "tests/support/captured_syslog.h"
 

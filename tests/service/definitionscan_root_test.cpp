@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "crond/cronjob.h"
-#include "service/definitionfile.h"
-#include "service/definitionscan.h"
+#include "service/definitions/definitionfile.h"
+#include "service/definitions/definitionscan.h"
 #include "tests/fake/fake_platform.h"
 #include "tests/service/service_fixture.h"
 

@@ -1,4 +1,4 @@
-#include "service/definitionscan.h"
+#include "service/definitions/definitionscan.h"
 
 #include <gtest/gtest.h>
 

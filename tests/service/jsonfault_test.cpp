@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "service/jsonfault.h"
+#include "service/definitions/jsonfault.h"
 #include "tests/support/temp_dir.h"
 
 using VUKO::VUKOCrond::Service::WhyFileIsNotJson;

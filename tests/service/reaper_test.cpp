@@ -1,4 +1,4 @@
-#include "service/reaper.h"
+#include "service/launch/reaper.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "service/definitionreason.h"
+#include "service/definitions/definitionreason.h"
 
 #include <array>
 #include <limits>

@@ -1,4 +1,4 @@
-#include "service/definitionfile.h"
+#include "service/definitions/definitionfile.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -7,7 +7,7 @@
 #include <cstring>
 
 #include "platform/vukojson.h"
-#include "service/jsonfault.h"
+#include "service/definitions/jsonfault.h"
 #include "service/uniquefd.h"
 
 namespace VUKO::VUKOCrond::Service {

@@ -1,4 +1,4 @@
-#include "service/jsonfault.h"
+#include "service/definitions/jsonfault.h"
 
 #include <json/json.h>
 

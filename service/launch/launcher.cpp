@@ -1,4 +1,4 @@
-#include "service/launcher.h"
+#include "service/launch/launcher.h"
 
 #include <unistd.h>
 

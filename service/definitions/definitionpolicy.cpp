@@ -1,7 +1,7 @@
-#include "service/definitionpolicy.h"
+#include "service/definitions/definitionpolicy.h"
 
 #include "platform/vukosdk.h"
-#include "service/definitionreason.h"
+#include "service/definitions/definitionreason.h"
 #include "service/logtext.h"
 
 namespace VUKO::VUKOCrond::Service {

@@ -1,4 +1,4 @@
-#include "service/definitionscan.h"
+#include "service/definitions/definitionscan.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -11,9 +11,9 @@
 #include <memory>
 #include <utility>
 
-#include "service/definitionfile.h"
-#include "service/definitionpolicy.h"
-#include "service/definitionreason.h"
+#include "service/definitions/definitionfile.h"
+#include "service/definitions/definitionpolicy.h"
+#include "service/definitions/definitionreason.h"
 #include "service/logtext.h"
 #include "service/uniquefd.h"
 

@@ -1,0 +1,87 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "crond/cronjob.h"
+#include "service/engine/outcome.h"
+#include "service/launch/runtable.h"
+
+namespace VUKO::VUKOCrond::Service {
+
+/// An account that jobs run as.
+struct Account {
+    std::string strName;
+    uid_t uid = 0;
+    gid_t gid = 0;
+    std::string strHome;  ///< empty when the account has none
+    std::string strShell; ///< the same
+};
+
+/// The account that the library would choose for a definition, without its messages: "package_username" where "user"
+/// holds "package", else "user" itself when it holds "system" or "root".
+///
+/// @return the name; empty when there is none.
+std::string AccountNameOf(const Json::Value& jsDefinition);
+
+/// @return nothing when there is no such account.
+std::optional<Account> FindAccount(const std::string& strName);
+
+/// Whether this process may run programs as that account.
+bool CanBecome(const Account& account);
+
+/// What a launch needs besides the job itself.
+struct LaunchOrder {
+    RunId uRun = 0;
+    std::string strIdentifier; ///< what the job's output goes by in the journal, or the stem of its output file's name
+    Account account;
+    int iDelaySec = 0;
+    std::string strLabel; ///< for the start line in the execution log; empty for none
+};
+
+/// What a process of a launch told. One record each, in the order of their writing.
+struct RunReport {
+    enum class Kind : std::uint32_t { Begun = 1, Ended = 2 };
+    RunId uRun = 0;
+    Kind eKind = Kind::Begun;
+    pid_t pidProgram = 0; ///< Begun: leader of the program's process group
+    RunEnd end;           ///< Ended
+};
+
+/// Starts jobs in surroundings of their own, and hears what becomes of them. One in a process: it owns the hooks that
+/// the platform calls in a job's child.
+class Launcher {
+public:
+    struct Settings {
+        std::string strRunTable;     ///< path of the file behind the run table
+        std::string strOutputFolder; ///< where jobs' output goes when there is no journal
+        std::string strBootId;
+    };
+    /// @throws std::system_error, std::runtime_error
+    explicit Launcher(const Settings& settings);
+    ~Launcher();
+    Launcher(const Launcher&) = delete;
+    Launcher& operator=(const Launcher&) = delete;
+
+    RunTable& Table();
+
+    /// Starts a job, at once and without waiting for it, by its Run(). The caller reaps the child.
+    ///
+    /// @return the child's pid; -1 when no child could be made (the library has logged it): the slot is free again.
+    pid_t Start(CronJob& job, const LaunchOrder& order);
+
+    /// Readable when a process of a launch has told something. Never blocks its writers.
+    int ReportDescriptor() const;
+    /// Everything that was told since the last call.
+    std::vector<RunReport> TakeReports();
+
+private:
+    struct Private;
+    std::unique_ptr<Private> _p;
+};
+
+} // namespace VUKO::VUKOCrond::Service
