@@ -11,7 +11,7 @@
 #include <system_error>
 
 #include "base/syslog_line.h"
-#include "service/launch/launcher.h"
+#include "service/launch/oldlaunch.h"
 #include "service/logtext.h"
 #include "service/launch/reaper.h"
 #include "service/report.h"

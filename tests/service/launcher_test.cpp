@@ -1,4 +1,4 @@
-#include "service/launch/launcher.h"
+#include "service/launch/oldlaunch.h"
 
 #include <gtest/gtest.h>
 
