@@ -6,6 +6,7 @@ set(VUKO_PUBLIC_HEADERS
   crond/pkgconfigmanager.h
   crond/utils.h
   logger/memorylogger.h
+  platform/launchhooks.h
   platform/vlibc.h
   platform/vukojson.h
   platform/vukorandom.h

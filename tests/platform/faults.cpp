@@ -88,6 +88,11 @@ VUKO_API pid_t fork() noexcept {
     return support::Fails("fork") ? -1 : support::Real<pid_t (*)()>("fork")();
 }
 
+/// A wrapper cannot return twice in one memory: what it makes is a process with a copy.
+VUKO_API pid_t vfork() noexcept {
+    return support::Fails("vfork") ? -1 : support::Real<pid_t (*)()>("fork")();
+}
+
 VUKO_API int fstat(int iFd, struct stat* pStat) noexcept {
     if (support::Fails("fstat")) {
         return -1;

@@ -7,7 +7,7 @@
 #include <vector>
 
 /// System calls that the program which links this makes through wrappers, so that they fail when a test wants them to:
-/// fork, fstat, getrandom, open, write, fsync, fchown, fchmod, renameat.
+/// fork, vfork, fstat, getrandom, open, write, fsync, fchown, fchmod, renameat.
 
 namespace support {
 

@@ -56,7 +56,7 @@ TEST_F(Faults, OfForkReachTheCallerAndLeaveItsSignalMask) {
 
 TEST_F(Faults, OfForkLeaveNothingOfAProgramToStart) {
     const std::vector<int> vecBefore = support::OpenDescriptors();
-    support::Fail("fork", EAGAIN);
+    support::Fail("vfork", EAGAIN);
     int iErrno = 0;
     EXPECT_EQ(WithMarkedErrno([] { return VLIBCExec("/bin/true", static_cast<char*>(nullptr)); }, iErrno), -1);
     support::ExpectFailedWith(iErrno, EAGAIN);
