@@ -77,7 +77,9 @@ std::string ToText(const JobId& id) {
 
 LoadReport JobStore::Load(DefinitionScan scan) {
     LoadReport report;
-    report.vecRefusals = std::move(scan.vecRefusals);
+    for (Refusal& refusal : scan.vecRefusals) {
+        report.vecRefusals.push_back(std::move(refusal.strText));
+    }
     JobMap mapBuilt;
     std::vector<Definition*> vecKept;
     std::map<JobId, const Definition*> mapFirst;

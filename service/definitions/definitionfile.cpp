@@ -17,6 +17,9 @@ namespace {
 /// More than any definition that somebody wrote by hand. Reading one must not keep the service from its minutes.
 constexpr off_t FILE_SIZE_MAX = off_t{256} * 1024;
 
+/// How often a file that is changed while it is read is read again. Whoever writes it says so when it is done.
+constexpr int READINGS_MAX = 3;
+
 std::string ReadingFailure(int iErrno) {
     return iErrno == EFBIG ? "is too large" : std::string("cannot be read: ") + strerror(iErrno);
 }
@@ -28,13 +31,47 @@ std::string WhyNoDefinitionFile(const struct stat& stFile, PackageOwner uidPacka
     if (!S_ISREG(stFile.st_mode)) {
         return "is not a regular file";
     }
+    if (stFile.st_nlink > 1) {
+        return "has " + std::to_string(stFile.st_nlink) + " hard links";
+    }
     if (stFile.st_size > FILE_SIZE_MAX) {
         return "is too large: " + std::to_string(stFile.st_size) + " bytes, at most " + std::to_string(FILE_SIZE_MAX);
     }
     return WhyUntrusted(stFile, uidPackage);
 }
 
+/// Reads what is held. A file that is held is there, so only the way to it can be missing.
+void ReadHeld(int iHold, DefinitionFile& file) {
+    errno = 0;
+    const std::string strHold = "/proc/self/fd/" + std::to_string(iHold);
+    if (JSON::fromFile(file.jsDocument, strHold)) {
+        return;
+    }
+    if (errno == ENOENT) {
+        file.strReason = "cannot be read: /proc is not mounted";
+    } else {
+        file.strReason = errno == EBADMSG ? "is not JSON: " + WhyFileIsNotJson(strHold) : ReadingFailure(errno);
+    }
+}
+
+bool IsUnchanged(const struct stat& stBefore, const struct stat& stAfter) {
+    return stBefore.st_size == stAfter.st_size && stBefore.st_ctim.tv_sec == stAfter.st_ctim.tv_sec &&
+           stBefore.st_ctim.tv_nsec == stAfter.st_ctim.tv_nsec;
+}
+
 } // namespace
+
+std::uint64_t StateOf(const struct stat& stEntry) {
+    std::uint64_t uState = 14695981039346656037ULL; // FNV-1a, a word at a time
+    for (const auto uPart :
+         {static_cast<std::uint64_t>(stEntry.st_dev), static_cast<std::uint64_t>(stEntry.st_ino),
+          static_cast<std::uint64_t>(stEntry.st_mode), static_cast<std::uint64_t>(stEntry.st_uid),
+          static_cast<std::uint64_t>(stEntry.st_size), static_cast<std::uint64_t>(stEntry.st_ctim.tv_sec),
+          static_cast<std::uint64_t>(stEntry.st_ctim.tv_nsec)}) {
+        uState = (uState ^ uPart) * 1099511628211ULL;
+    }
+    return uState;
+}
 
 bool IsTrustedOwner(uid_t uid) {
     return uid == 0 || uid == geteuid();
@@ -61,15 +98,21 @@ DefinitionFile ReadDefinitionFile(int iFolder, const std::string& strName, Packa
         file.strReason = ReadingFailure(errno);
         return file;
     }
-    file.strReason = WhyNoDefinitionFile(stFile, uidPackage);
-    if (!file.strReason.empty()) {
-        return file;
+    for (int iReading = 0; iReading < READINGS_MAX; ++iReading) {
+        file.bGone = stFile.st_nlink == 0;
+        file.uState = StateOf(stFile);
+        file.uBytes = static_cast<std::size_t>(stFile.st_size);
+        file.strReason = WhyNoDefinitionFile(stFile, uidPackage);
+        if (!file.strReason.empty()) {
+            return file;
+        }
+        ReadHeld(fd.Get(), file);
+        const struct stat stBefore = stFile;
+        if (fstat(fd.Get(), &stFile) == 0 && IsUnchanged(stBefore, stFile)) {
+            return file;
+        }
     }
-    errno = 0;
-    const std::string strHold = "/proc/self/fd/" + std::to_string(fd.Get());
-    if (!JSON::fromFile(file.jsDocument, strHold)) {
-        file.strReason = errno == EBADMSG ? "is not JSON: " + WhyFileIsNotJson(strHold) : ReadingFailure(errno);
-    }
+    file.strReason = "is changed again and again while it is read";
     return file;
 }
 

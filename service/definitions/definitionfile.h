@@ -4,6 +4,8 @@
 
 #include <json/json.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -21,11 +23,17 @@ bool IsTrustedOwner(uid_t uid);
 /// @return the reason, fit for a log line; empty when there is none.
 std::string WhyUntrusted(const struct stat& stEntry, PackageOwner uidPackage);
 
+/// A number that tells one state of a file or folder from the next: another entry in its place, another content, mode
+/// or owner. For telling a refusal again when there is something new to tell, and for nothing else.
+std::uint64_t StateOf(const struct stat& stEntry);
+
 /// Outcome of reading a definition file: the document, or the reason why there is none.
 struct DefinitionFile {
     Json::Value jsDocument;
-    std::string strReason; ///< fit for a log line; empty when the document was read
-    bool bGone = false;    ///< the file was removed between the listing of its folder and now: nothing to report
+    std::string strReason;    ///< fit for a log line; empty when the document was read
+    bool bGone = false;       ///< the file was removed between the listing of its folder and now: nothing to report
+    std::size_t uBytes = 0;   ///< its size
+    std::uint64_t uState = 0; ///< StateOf() the file; 0 when nothing is known of it
 };
 
 /// Reads a definition file that belongs to a trusted owner or to `uidPackage`. The file that is checked is the file

@@ -1,6 +1,12 @@
 #include "service/definitions/definitionpolicy.h"
 
+#include <cstdint>
+#include <limits>
+#include <utility>
+#include <vector>
+
 #include "platform/vukosdk.h"
+#include "platform/vukoutils.h"
 #include "service/definitions/definitionreason.h"
 #include "service/logtext.h"
 
@@ -8,61 +14,165 @@ namespace VUKO::VUKOCrond::Service {
 
 namespace {
 
-constexpr std::size_t MAX_NAME_LENGTH = 128;
+constexpr std::size_t NAME_CHARACTERS_MAX = 128;
+/// A file name has 255 bytes at most, and ".conf" follows.
+constexpr std::size_t NAME_BYTES_MAX = 250;
+constexpr std::size_t ACCOUNT_BYTES_MAX = 255;
+/// The kernel takes no longer argument, its closing NUL included.
+constexpr std::size_t ARGUMENT_BYTES_MAX = std::size_t{128} * 1024 - 1;
 
-/// The name stands in log lines and file names.
-std::string WhyBadName(const std::string& strName) {
-    if (strName.empty()) {
-        return "field \"name\": is empty";
+std::string InField(const char* szField, const std::string& strReason) {
+    return std::string("field \"") + szField + "\": " + strReason;
+}
+
+std::string ExpectedText(const char* szField, const Json::Value& jsValue) {
+    return InField(szField, std::string("expected a text, found ") + KindOf(jsValue));
+}
+
+std::string TooMany(std::size_t uCount, const char* szWhat, std::size_t uMax) {
+    return std::to_string(uCount) + " " + szWhat + " are more than " + std::to_string(uMax);
+}
+
+/// The library looks for the word anywhere in the text.
+bool IsOfPackage(const std::string& strUser) {
+    return strUser.find("package") != std::string::npos;
+}
+
+std::string WhyBadAccountName(const std::string& strAccount) {
+    if (strAccount.empty()) {
+        return "is empty";
     }
-    if (strName.size() > MAX_NAME_LENGTH) {
-        return "field \"name\": " + std::to_string(strName.size()) + " bytes are more than " +
-               std::to_string(MAX_NAME_LENGTH);
+    if (strAccount.size() > ACCOUNT_BYTES_MAX) {
+        return TooMany(strAccount.size(), "bytes", ACCOUNT_BYTES_MAX);
     }
-    if (strName.front() == '.') {
-        return "field \"name\": " + Quoted(strName) + " begins with \".\"";
+    if (HoldsControlCharacter(strAccount)) { // it stands in log lines, too
+        return Quoted(strAccount) + " holds a control character";
     }
-    if (strName.find('/') != std::string::npos) {
-        return "field \"name\": " + Quoted(strName) + " holds \"/\"";
-    }
-    if (HoldsControlCharacter(strName)) {
-        return "field \"name\": " + Quoted(strName) + " holds a control character";
+    if (strAccount.find_first_of("/: ") != std::string::npos) {
+        return Quoted(strAccount) + " can name no account";
     }
     return std::string();
 }
 
-/// Account names stand in log lines, too: those of the library, which prints them as they are.
-std::string WhyBadAccountName(const Json::Value& jsDefinition, const char* szField) {
-    const Json::Value& jsAccount = jsDefinition[szField];
-    if (jsAccount.isString() && HoldsControlCharacter(jsAccount.asString())) {
-        return std::string("field \"") + szField + "\": " + Quoted(jsAccount.asString()) + " holds a control character";
+std::string WhyBadUser(const Json::Value& jsDefinition) {
+    const std::string strReason = WhyBadAccountName(jsDefinition["user"].asString());
+    return strReason.empty() ? strReason : InField("user", strReason);
+}
+
+/// Without a package's job the member is read by nobody; what it holds must only be fit to be printed.
+std::string WhyBadPackageUser(const Json::Value& jsDefinition) {
+    const Json::Value& jsAccount = jsDefinition["package_username"];
+    std::string strReason;
+    if (IsOfPackage(jsDefinition["user"].asString())) {
+        if (!jsAccount.isString()) {
+            return ExpectedText("package_username", jsAccount);
+        }
+        strReason = WhyBadAccountName(jsAccount.asString());
+    } else if (jsAccount.isString() && HoldsControlCharacter(jsAccount.asString())) {
+        strReason = Quoted(jsAccount.asString()) + " holds a control character";
+    }
+    return strReason.empty() ? strReason : InField("package_username", strReason);
+}
+
+std::string WhyBadSwitch(const Json::Value& jsValue) {
+    return jsValue.isBool() ? std::string() : std::string("expected true or false, found ") + KindOf(jsValue);
+}
+
+std::string WhyBadOverlap(const Json::Value& jsValue) {
+    if (jsValue == "skip" || jsValue == "allow") {
+        return std::string();
+    }
+    return "expected \"skip\" or \"allow\", found " +
+           (jsValue.isString() ? Quoted(jsValue.asString()) : std::string(KindOf(jsValue)));
+}
+
+std::string WhyBadTimeout(const Json::Value& jsValue) {
+    if (!jsValue.isNumeric()) {
+        return std::string("expected a whole number of seconds, found ") + KindOf(jsValue);
+    }
+    const double dSeconds = jsValue.asDouble();
+    if (dSeconds < 0 || dSeconds > std::numeric_limits<std::int32_t>::max()) {
+        return jsValue.asString() + " is not in 0.." + std::to_string(std::numeric_limits<std::int32_t>::max());
+    }
+    return jsValue.isInt() ? std::string() : "expected a whole number of seconds, found " + jsValue.asString();
+}
+
+std::string WhyBadDescription(const Json::Value& jsValue) {
+    if (!jsValue.isString()) {
+        return std::string("expected a text, found ") + KindOf(jsValue);
+    }
+    return HoldsControlCharacter(jsValue.asString()) ? "holds a control character" : std::string();
+}
+
+/// What only the service reads, and the library leaves alone.
+std::string WhyBadOption(const Json::Value& jsDefinition) {
+    constexpr std::pair<const char*, std::string (*)(const Json::Value&)> OPTIONS[] = {
+        {"enabled", WhyBadSwitch},
+        {"overlap", WhyBadOverlap},
+        {"timeout", WhyBadTimeout},
+        {"description", WhyBadDescription}};
+    for (const auto& [szField, pRule] : OPTIONS) {
+        const std::string strReason = jsDefinition.isMember(szField) ? pRule(jsDefinition[szField]) : std::string();
+        if (!strReason.empty()) {
+            return InField(szField, strReason);
+        }
     }
     return std::string();
 }
 
-bool HoldsNul(const Json::Value& jsText) {
-    return jsText.asString().find('\0') != std::string::npos;
+std::string WhyBadArgument(const std::string& strArgument) {
+    if (strArgument.find('\0') != std::string::npos) {
+        return "holds a NUL character";
+    }
+    return strArgument.size() > ARGUMENT_BYTES_MAX ? TooMany(strArgument.size(), "bytes", ARGUMENT_BYTES_MAX)
+                                                   : std::string();
+}
+
+/// The arguments are what stands between blanks.
+std::string WhyBadCommandText(const std::string& strCommand) {
+    std::vector<std::string> vecArguments;
+    VUKOUtils::StringExplode(vecArguments, strCommand, " ");
+    for (const std::string& strArgument : vecArguments) {
+        const std::string strReason = WhyBadArgument(strArgument);
+        if (!strReason.empty()) {
+            return InField("cmd", strReason);
+        }
+    }
+    return std::string();
 }
 
 /// The library takes numbers and objects here and gives up in the child, when the job is due.
 std::string WhyBadCommand(const Json::Value& jsDefinition) {
     if (!jsDefinition.isMember("cmd_list")) {
-        return HoldsNul(jsDefinition["cmd"]) ? "field \"cmd\": holds a NUL character" : std::string();
+        return WhyBadCommandText(jsDefinition["cmd"].asString());
     }
     const Json::Value& jsList = jsDefinition["cmd_list"];
     if (!jsList.isArray()) {
-        return std::string("field \"cmd_list\": expected an array, found ") + KindOf(jsList);
+        return InField("cmd_list", std::string("expected an array, found ") + KindOf(jsList));
     }
     for (Json::ArrayIndex i = 0; i < jsList.size(); ++i) {
-        const std::string strElement = "field \"cmd_list\": element " + std::to_string(i + 1) + ": ";
-        if (!jsList[i].isString()) {
-            return strElement + "expected a text, found " + KindOf(jsList[i]);
-        }
-        if (HoldsNul(jsList[i])) {
-            return strElement + "holds a NUL character";
+        const std::string strReason = jsList[i].isString() ? WhyBadArgument(jsList[i].asString())
+                                                           : std::string("expected a text, found ") + KindOf(jsList[i]);
+        if (!strReason.empty()) {
+            return InField("cmd_list", "element " + std::to_string(i + 1) + ": " + strReason);
         }
     }
     return std::string();
+}
+
+/// Whether one account name is root's or, where it has to be, not the folder's owner's.
+std::string WhyOthersAccount(const std::string& strAccount, const DefinitionOrigin& origin) {
+    uid_t uid = 0;
+    gid_t gid = 0;
+    const bool bKnown = VUKOUserGetUGID(strAccount.c_str(), &uid, &gid) == 0;
+    if (bKnown && uid == 0) {
+        return Quoted(strAccount) + " is root";
+    }
+    if (origin.uidPackage && (!bKnown || uid != *origin.uidPackage)) {
+        return Quoted(strAccount) +
+               (bKnown ? " is not the account that owns the package's folder" : " is no known account");
+    }
+    return std::string(); // an account that is unknown now may be made before the job is due
 }
 
 /// A package with an account of its own writes its definitions itself, so what they say about the account is checked:
@@ -70,42 +180,55 @@ std::string WhyBadCommand(const Json::Value& jsDefinition) {
 std::string WhyBadPackageAccount(const Json::Value& jsDefinition, const DefinitionOrigin& origin) {
     const std::string strUser = jsDefinition["user"].asString();
     if (strUser != "package") {
-        return "field \"user\": expected \"package\" in this folder, found " + Quoted(strUser);
+        return InField("user", "expected \"package\" in this folder, found " + Quoted(strUser));
     }
-    const Json::Value& jsAccount = jsDefinition["package_username"];
-    if (!jsAccount.isString()) {
-        return std::string("field \"package_username\": expected a text, found ") + KindOf(jsAccount);
+    std::string strReason = WhyBadPackageUser(jsDefinition);
+    if (strReason.empty()) {
+        strReason = WhyOthersAccount(jsDefinition["package_username"].asString(), origin);
+        strReason = strReason.empty() ? strReason : InField("package_username", strReason);
     }
-    const std::string strAccount = jsAccount.asString();
-    uid_t uid = 0;
-    gid_t gid = 0;
-    const bool bKnown = VUKOUserGetUGID(strAccount.c_str(), &uid, &gid) == 0;
-    if (bKnown && uid == 0) {
-        return "field \"package_username\": " + Quoted(strAccount) + " is root";
+    return strReason;
+}
+
+std::string WhyBadAccount(const Json::Value& jsDefinition, const DefinitionOrigin& origin) {
+    if (origin.bOfPackageAccount) {
+        return WhyBadPackageAccount(jsDefinition, origin);
     }
-    if (origin.uidPackage && (!bKnown || uid != *origin.uidPackage)) {
-        return "field \"package_username\": " + Quoted(strAccount) +
-               (bKnown ? " is not the account that owns the package's folder" : " is no known account");
-    }
-    return std::string(); // an account that is unknown now may be made before the job is due
+    const std::string strReason = WhyBadUser(jsDefinition);
+    return strReason.empty() ? WhyBadPackageUser(jsDefinition) : strReason;
 }
 
 } // namespace
 
+std::string WhyBadName(const std::string& strName) {
+    if (strName.empty()) {
+        return "is empty";
+    }
+    if (CountCharacters(strName) > NAME_CHARACTERS_MAX) {
+        return TooMany(CountCharacters(strName), "characters", NAME_CHARACTERS_MAX);
+    }
+    if (strName.size() > NAME_BYTES_MAX) {
+        return TooMany(strName.size(), "bytes", NAME_BYTES_MAX);
+    }
+    if (strName.front() == '.') {
+        return Quoted(strName) + " begins with \".\"";
+    }
+    if (strName.find('/') != std::string::npos) {
+        return Quoted(strName) + " holds \"/\"";
+    }
+    return HoldsControlCharacter(strName) ? Quoted(strName) + " holds a control character" : std::string();
+}
+
 std::string WhyRefused(const Json::Value& jsDefinition, const DefinitionOrigin& origin) {
     std::string strReason = WhyBadName(jsDefinition["name"].asString());
-    for (const char* const szField : {"user", "package_username"}) {
-        if (strReason.empty()) {
-            strReason = WhyBadAccountName(jsDefinition, szField);
-        }
+    if (!strReason.empty()) {
+        return InField("name", strReason);
     }
+    strReason = WhyBadAccount(jsDefinition, origin);
     if (strReason.empty()) {
         strReason = WhyBadCommand(jsDefinition);
     }
-    if (strReason.empty() && origin.bOfPackageAccount) {
-        strReason = WhyBadPackageAccount(jsDefinition, origin);
-    }
-    return strReason;
+    return strReason.empty() ? WhyBadOption(jsDefinition) : strReason;
 }
 
 } // namespace VUKO::VUKOCrond::Service

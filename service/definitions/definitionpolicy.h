@@ -19,8 +19,16 @@ struct DefinitionOrigin {
     std::optional<uid_t> uidPackage;
 };
 
+/// Why a text is no name for a job or for a package's sub-folder: names are 1 to 128 characters, do not begin with ".",
+/// and are fit for file names and log lines.
+///
+/// @return the reason, fit for a log line; empty when there is none.
+std::string WhyBadName(const std::string& strName);
+
 /// The service's own rules, which are stricter than the library's: names that are fit for file names and log lines, a
-/// command that can be started, and an account that the definition's place entitles it to.
+/// command that can be started, an account that the definition's place entitles it to, and members of the right kind
+/// where the library looks at none: "enabled" (true or false), "overlap" ("skip" or "allow"), "timeout" (whole seconds,
+/// 0 for none) and "description" (a text without control characters). Each of these may be missing.
 ///
 /// @param jsDefinition  one that WhyInvalid() has nothing against.
 /// @return the first reason to refuse it, in one line that is fit for a log; empty when there is none.

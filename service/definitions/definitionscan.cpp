@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <sstream>
+#include <string_view>
 #include <utility>
 
 #include "service/definitions/definitionfile.h"
@@ -45,6 +47,51 @@ bool IsDefinitionName(const std::string& strName) {
     return strName.size() > strSuffix.size() && strName.ends_with(strSuffix);
 }
 
+/// What a definition looks like in one line, as the service keeps it.
+class CompactWriter {
+public:
+    CompactWriter() {
+        Json::StreamWriterBuilder builder;
+        builder["commentStyle"] = "None";
+        builder["indentation"] = "";
+        builder["emitUTF8"] = true;
+        _writer.reset(builder.newStreamWriter());
+    }
+
+    std::string Text(const Json::Value& jsValue) {
+        _ss.str(std::string());
+        _writer->write(jsValue, &_ss);
+        return _ss.str();
+    }
+
+private:
+    std::unique_ptr<Json::StreamWriter> _writer;
+    std::ostringstream _ss;
+};
+
+/// What is left of a package's limits while its sub-folder is read.
+class Budget {
+public:
+    /// @return what there would be too much of with this file; null when there is room for it.
+    const char* Take(std::size_t uBytes, std::size_t uDefinitions) {
+        _uFiles += 1;
+        _uDefinitions += uDefinitions;
+        _uBytes += uBytes;
+        if (_uFiles > PackageLimits::FILES_MAX) {
+            return "4096 definition files";
+        }
+        if (_uDefinitions > PackageLimits::DEFINITIONS_MAX) {
+            return "4096 definitions";
+        }
+        return _uBytes > PackageLimits::BYTES_MAX ? "4 MiB of definitions" : nullptr;
+    }
+
+private:
+    std::size_t _uFiles = 0;
+    std::size_t _uDefinitions = 0;
+    std::size_t _uBytes = 0;
+};
+
 /// Collects what one scan finds. The functions that walk the folders share it.
 class Scanner {
 public:
@@ -59,147 +106,194 @@ private:
         DefinitionOrigin origin;
     };
 
-    void ScanPackageFolder(const OpenFolder& parent, const std::string& strName);
+    /// What a refusal is about.
+    struct Place {
+        std::string strFile;
+        std::uint64_t uState = 0;
+    };
+
+    void ScanPackageFolders(const OpenFolder& parent);
+    bool ScanPackageFolder(const OpenFolder& parent, const std::string& strName);
     void RefuseNoFolder(const OpenFolder& parent, const std::string& strName, int iErrno);
     void ScanFiles(const OpenFolder& folder);
-    void TakeDocument(const OpenFolder& folder, const std::string& strFile, const Json::Value& jsDocument);
-    void TakeDefinition(const OpenFolder& folder, const std::string& strFile, const std::string& strWhere,
-                        const Json::Value& jsDefinition);
-    std::vector<std::string> NamesIn(const OpenFolder& folder);
-    void Refuse(const std::string& strWhere, const std::string& strReason) {
-        _scan.vecRefusals.push_back(strWhere + ": " + strReason);
+    bool ScanFile(const OpenFolder& folder, const std::string& strName, Budget& budget);
+    void TakeDocument(const OpenFolder& folder, const Place& place, Json::Value jsDocument);
+    void TakeDefinition(const OpenFolder& folder, const Place& place, const std::string& strWhere,
+                        Json::Value jsDefinition);
+    std::vector<std::string> NamesIn(const OpenFolder& folder, bool (*pIsWanted)(const std::string&));
+
+    void Refuse(const Place& place, const std::string& strWhere, const std::string& strReason) {
+        _scan.vecRefusals.push_back({place.strFile, strWhere + ": " + strReason, place.uState});
     }
+    void Refuse(const Place& place, const std::string& strReason) { Refuse(place, Escaped(place.strFile), strReason); }
 
     DefinitionScan _scan;
+    CompactWriter _writer;
 };
 
 void Scanner::ScanFolder(const DefinitionFolder& folder) {
     OpenFolder open{folder.szPath, UniqueFd(::open(folder.szPath, OPEN_FOLDER)), {}};
     open.origin.strFolder = folder.szKey;
+    open.origin.bOfPackageAccount = folder.bOfPackageAccounts;
     if (!open.fd) {
         if (errno != ENOENT) {
-            Refuse(Escaped(open.strPath), std::string("cannot be opened: ") + strerror(errno));
+            Refuse({open.strPath}, std::string("cannot be opened: ") + strerror(errno));
         }
         return;
     }
-    if (!folder.bOfPackageAccounts) {
+    if (folder.bOfPackageAccounts) {
+        ScanPackageFolders(open);
+    } else {
         ScanFiles(open);
-        return;
-    }
-    open.origin.bOfPackageAccount = true;
-    for (const std::string& strName : NamesIn(open)) {
-        ScanPackageFolder(open, strName);
     }
 }
 
-void Scanner::ScanPackageFolder(const OpenFolder& parent, const std::string& strName) {
+void Scanner::ScanPackageFolders(const OpenFolder& parent) {
+    std::size_t uFolders = 0;
+    for (const std::string& strName : NamesIn(parent, [](const std::string&) { return true; })) {
+        if (uFolders == PackageLimits::FOLDERS_MAX) {
+            Refuse({parent.strPath}, "holds more than " + std::to_string(PackageLimits::FOLDERS_MAX) +
+                                         " folders: " + Quoted(strName) + " and what follows by name is refused");
+            return;
+        }
+        uFolders += ScanPackageFolder(parent, strName) ? 1 : 0;
+    }
+}
+
+/// @return whether this is a folder, be it a good one or not.
+bool Scanner::ScanPackageFolder(const OpenFolder& parent, const std::string& strName) {
     OpenFolder open{parent.strPath + "/" + strName,
                     UniqueFd(openat(parent.fd.Get(), strName.c_str(), OPEN_FOLDER | O_NOFOLLOW)), parent.origin};
     struct stat stFolder = {};
     if (!open.fd || fstat(open.fd.Get(), &stFolder) != 0) {
         RefuseNoFolder(parent, strName, errno);
-        return;
+        return false;
     }
-    const std::string strReason = WhyUntrusted(stFolder, stFolder.st_uid); // any account may own a package
+    std::string strReason = WhyBadName(strName); // it stands in log lines and file names, too
+    if (strReason.empty()) {
+        strReason = WhyUntrusted(stFolder, stFolder.st_uid); // any account may own a package
+    }
     if (!strReason.empty()) {
-        Refuse(Escaped(open.strPath), strReason);
-        return;
+        Refuse({open.strPath, StateOf(stFolder)}, strReason);
+        return true;
     }
     open.origin.strPackage = strName;
     if (!IsTrustedOwner(stFolder.st_uid)) {
         open.origin.uidPackage = stFolder.st_uid;
     }
     ScanFiles(open);
+    return true;
 }
 
 /// A file that does not look like a definition, and an entry that has just gone, are nobody's mistake.
 void Scanner::RefuseNoFolder(const OpenFolder& parent, const std::string& strName, int iErrno) {
-    const std::string strPath = Escaped(parent.strPath + "/" + strName);
     struct stat stEntry = {};
     if (fstatat(parent.fd.Get(), strName.c_str(), &stEntry, AT_SYMLINK_NOFOLLOW) != 0) {
         return;
     }
+    const Place place{parent.strPath + "/" + strName, StateOf(stEntry)};
     if (S_ISLNK(stEntry.st_mode)) {
-        Refuse(strPath, "is a symbolic link");
+        Refuse(place, "is a symbolic link");
     } else if (S_ISDIR(stEntry.st_mode)) {
-        Refuse(strPath, std::string("cannot be opened: ") + strerror(iErrno));
+        Refuse(place, std::string("cannot be opened: ") + strerror(iErrno));
     } else if (IsDefinitionName(strName)) {
-        Refuse(strPath, "lies in no package's folder");
+        Refuse(place, "lies in no package's folder");
     }
 }
 
 void Scanner::ScanFiles(const OpenFolder& folder) {
-    for (const std::string& strName : NamesIn(folder)) {
-        if (!IsDefinitionName(strName)) {
-            continue;
+    Budget budget;
+    for (const std::string& strName : NamesIn(folder, IsDefinitionName)) {
+        if (!ScanFile(folder, strName, budget)) {
+            return;
         }
-        const std::string strFile = folder.strPath + "/" + strName;
-        const DefinitionFile file = ReadDefinitionFile(folder.fd.Get(), strName, folder.origin.uidPackage);
-        if (file.bGone) {
-            continue;
-        }
-        if (!file.strReason.empty()) {
-            Refuse(Escaped(strFile), file.strReason);
-            continue;
-        }
-        TakeDocument(folder, strFile, file.jsDocument);
     }
 }
 
-void Scanner::TakeDocument(const OpenFolder& folder, const std::string& strFile, const Json::Value& jsDocument) {
+/// @return false when nothing more of this folder is to be read.
+bool Scanner::ScanFile(const OpenFolder& folder, const std::string& strName, Budget& budget) {
+    DefinitionFile file = ReadDefinitionFile(folder.fd.Get(), strName, folder.origin.uidPackage);
+    if (file.bGone) {
+        return true;
+    }
+    const Place place{folder.strPath + "/" + strName, file.uState};
+    const std::size_t uDefinitions = file.strReason.empty() && file.jsDocument.isArray() ? file.jsDocument.size() : 1;
+    const char* const szTooMuch = folder.origin.bOfPackageAccount ? budget.Take(file.uBytes, uDefinitions) : nullptr;
+    if (szTooMuch != nullptr) {
+        Refuse({folder.strPath}, std::string("holds more than ") + szTooMuch + ": " + Quoted(strName) +
+                                     " and what follows by name is refused");
+        return false;
+    }
+    if (file.strReason.empty()) {
+        TakeDocument(folder, place, std::move(file.jsDocument));
+    } else {
+        Refuse(place, file.strReason);
+    }
+    return true;
+}
+
+void Scanner::TakeDocument(const OpenFolder& folder, const Place& place, Json::Value jsDocument) {
+    const std::string strFile = Escaped(place.strFile);
     if (jsDocument.isObject()) {
-        TakeDefinition(folder, strFile, Escaped(strFile), jsDocument);
+        TakeDefinition(folder, place, strFile, std::move(jsDocument));
         return;
     }
     if (!jsDocument.isArray()) {
-        Refuse(Escaped(strFile), std::string("expected an object or an array of objects, found ") + KindOf(jsDocument));
+        Refuse(place, std::string("expected an object or an array of objects, found ") + KindOf(jsDocument));
         return;
     }
     if (jsDocument.size() > DEFINITIONS_IN_FILE_MAX) {
-        Refuse(Escaped(strFile), "holds " + std::to_string(jsDocument.size()) + " definitions, at most " +
-                                     std::to_string(DEFINITIONS_IN_FILE_MAX) + " are taken");
+        Refuse(place, "holds " + std::to_string(jsDocument.size()) + " definitions, at most " +
+                          std::to_string(DEFINITIONS_IN_FILE_MAX) + " are taken");
         return;
     }
     for (Json::ArrayIndex i = 0; i < jsDocument.size(); ++i) {
-        std::string strWhere = Escaped(strFile) + ": definition " + std::to_string(i + 1);
+        std::string strWhere = strFile + ": definition " + std::to_string(i + 1);
         if (jsDocument[i].isObject() && jsDocument[i]["name"].isString()) {
             strWhere += " " + Quoted(jsDocument[i]["name"].asString());
         }
-        TakeDefinition(folder, strFile, strWhere, jsDocument[i]);
+        TakeDefinition(folder, place, strWhere, jsDocument[i]);
     }
 }
 
-void Scanner::TakeDefinition(const OpenFolder& folder, const std::string& strFile, const std::string& strWhere,
-                             const Json::Value& jsDefinition) {
+void Scanner::TakeDefinition(const OpenFolder& folder, const Place& place, const std::string& strWhere,
+                             Json::Value jsDefinition) {
     std::string strReason = WhyInvalid(jsDefinition);
     if (strReason.empty()) {
         strReason = WhyRefused(jsDefinition, folder.origin);
     }
     if (!strReason.empty()) {
-        Refuse(strWhere, strReason);
+        Refuse(place, strWhere, strReason);
         return;
     }
     JobId id{folder.origin.strFolder, folder.origin.strPackage, jsDefinition["name"].asString()};
-    _scan.vecDefinitions.push_back({std::move(id), strFile, strWhere, jsDefinition});
+    std::string strText = _writer.Text(jsDefinition);
+    _scan.vecDefinitions.push_back(
+        {std::move(id), place.strFile, strWhere, std::move(jsDefinition), std::move(strText)});
 }
 
 /// Sorted by their bytes, so that the outcome does not depend on the file system.
-std::vector<std::string> Scanner::NamesIn(const OpenFolder& folder) {
+std::vector<std::string> Scanner::NamesIn(const OpenFolder& folder, bool (*pIsWanted)(const std::string&)) {
     std::vector<std::string> vecNames;
     UniqueFd fdList(openat(folder.fd.Get(), ".", OPEN_FOLDER)); // fdopendir() keeps what it is given
     const std::unique_ptr<DIR, int (*)(DIR*)> dir(fdList ? fdopendir(fdList.Get()) : nullptr, closedir);
     if (!dir) {
-        Refuse(Escaped(folder.strPath), std::string("cannot be listed: ") + strerror(errno));
+        Refuse({folder.strPath}, std::string("cannot be listed: ") + strerror(errno));
         return vecNames;
     }
     (void)fdList.Release();
+    std::size_t uEntries = 0;
     for (errno = 0; const dirent* const pEntry = readdir(dir.get()); errno = 0) {
-        if (pEntry->d_name[0] != '.') {
+        if (folder.origin.uidPackage && ++uEntries > PackageLimits::ENTRIES_MAX) {
+            Refuse({folder.strPath}, "holds more than " + std::to_string(PackageLimits::ENTRIES_MAX) + " entries");
+            return {};
+        }
+        if (pEntry->d_name[0] != '.' && pIsWanted(pEntry->d_name)) {
             vecNames.emplace_back(pEntry->d_name);
         }
     }
     if (errno != 0) {
-        Refuse(Escaped(folder.strPath), std::string("cannot be listed: ") + strerror(errno));
+        Refuse({folder.strPath}, std::string("cannot be listed: ") + strerror(errno));
     }
     std::sort(vecNames.begin(), vecNames.end());
     return vecNames;

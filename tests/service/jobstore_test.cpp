@@ -134,7 +134,7 @@ TEST(JobStore, RefusesTheSecondDefinitionOfAJobAndNamesBothFiles) {
 TEST(JobStore, PassesTheRefusalsOfTheScanOn) {
     JobStore store;
     DefinitionScan scan;
-    scan.vecRefusals = {"/d/bad.conf: is not JSON"};
+    scan.vecRefusals = {{"/d/bad.conf", "/d/bad.conf: is not JSON"}};
     EXPECT_EQ(store.Load(scan).vecRefusals, Texts{"/d/bad.conf: is not JSON"});
 }
 

@@ -44,6 +44,14 @@ protected:
         return strFile;
     }
 
+    static Texts Lines(const DefinitionScan& scan) {
+        Texts vecLines;
+        for (const Refusal& refusal : scan.vecRefusals) {
+            vecLines.push_back(refusal.strText);
+        }
+        return vecLines;
+    }
+
     service_test::ServiceFolders _folders;
 
 private:
@@ -58,7 +66,7 @@ TEST_F(DefinitionScanAsRoot, RefusesFilesOfOtherOwners) {
     ASSERT_EQ(chown(strFile.c_str(), ALICE, ALICE), 0);
     const DefinitionScan scan = ScanDefinitions();
     EXPECT_TRUE(scan.vecDefinitions.empty());
-    EXPECT_EQ(scan.vecRefusals, Texts{strFile + ": belongs to uid 1001, which may not define jobs here"});
+    EXPECT_EQ(Lines(scan), Texts{strFile + ": belongs to uid 1001, which may not define jobs here"});
 }
 
 TEST_F(DefinitionScanAsRoot, LetsAPackagesOwnerDefineJobsForItself) {
@@ -66,7 +74,7 @@ TEST_F(DefinitionScanAsRoot, LetsAPackagesOwnerDefineJobsForItself) {
     PutForPackage("photos", ALICE, "put-there-by-root", 0, "alice");
     const DefinitionScan scan = ScanDefinitions();
     EXPECT_EQ(scan.vecDefinitions.size(), 2U);
-    EXPECT_EQ(scan.vecRefusals, Texts{});
+    EXPECT_EQ(Lines(scan), Texts{});
 }
 
 TEST_F(DefinitionScanAsRoot, KeepsPackagesFromActingForOthers) {
@@ -77,7 +85,7 @@ TEST_F(DefinitionScanAsRoot, KeepsPackagesFromActingForOthers) {
     const DefinitionScan scan = ScanDefinitions();
     EXPECT_TRUE(scan.vecDefinitions.empty());
     EXPECT_EQ(
-        scan.vecRefusals,
+        Lines(scan),
         (Texts{strAsBob + R"(: field "package_username": "bob" is not the account that owns the package's folder)",
                strAsRoot + R"(: field "package_username": "root" is root)",
                strOfBob + ": belongs to uid 1002, which may not define jobs here",

@@ -44,3 +44,29 @@ TEST(LogText, KnowsControlCharacters) {
     EXPECT_TRUE(HoldsControlCharacter("a\x7f"));
     EXPECT_TRUE(HoldsControlCharacter(std::string_view("\0", 1)));
 }
+
+TEST(LogText, KnowsTheCharactersBeyondAsciiThatDoMoreThanBeRead) {
+    for (const char* const szText : {"\xc2\x80", "\xc2\x85", "\xc2\x9f", "\xe2\x80\xa8", "\xe2\x80\xa9", "\xe2\x80\xaa",
+                                     "\xe2\x80\xae", "\xe2\x81\xa6", "\xe2\x81\xa9"}) {
+        EXPECT_TRUE(HoldsControlCharacter(std::string("a") + szText + "b")) << Escaped(szText);
+    }
+    for (const char* const szText : {"\xc2\xa0", "\xc2\xbf", "\xe2\x80\xa7", "\xe2\x80\xaf", "\xe2\x81\xa5",
+                                     "\xe2\x81\xaa", "\xef\xbf\xbf", "\xf0\x90\x80\x80", "\xf4\x8f\xbf\xbf"}) {
+        EXPECT_FALSE(HoldsControlCharacter(std::string("a") + szText + "b")) << Escaped(szText);
+    }
+}
+
+TEST(LogText, TakesBytesThatAreNoUtf8ForControlCharacters) {
+    for (const char* const szText :
+         {"\x80", "\xbf", "\xc3", "\xc3x", "\xc0\xaf", "\xc1\xbf", "\xe0\x9f\xbf", "\xe2\x82", "\xed\xa0\x80",
+          "\xf0\x8f\xbf\xbf", "\xf4\x90\x80\x80", "\xf8\x88\x80\x80\x80", "\xfe", "\xff"}) {
+        EXPECT_TRUE(HoldsControlCharacter(szText)) << Escaped(szText);
+    }
+}
+
+TEST(LogText, CountsCharactersAndNotBytes) {
+    EXPECT_EQ(CountCharacters(""), 0U);
+    EXPECT_EQ(CountCharacters("abc"), 3U);
+    EXPECT_EQ(CountCharacters("gr\xc3\xbc\xc3\x9f \xe2\x82\xac \xf0\x9f\x98\x80"), 8U);
+    EXPECT_EQ(CountCharacters("\xff\xe2\x82"), 3U);
+}

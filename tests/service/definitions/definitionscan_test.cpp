@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -33,6 +34,14 @@ protected:
         return vecIdentities;
     }
 
+    static Texts Lines(const DefinitionScan& scan) {
+        Texts vecLines;
+        for (const Refusal& refusal : scan.vecRefusals) {
+            vecLines.push_back(refusal.strText);
+        }
+        return vecLines;
+    }
+
     static Json::Value PackageDefinition(const std::string& strName) {
         Json::Value jsDefinition = JobDefinition(strName);
         jsDefinition["user"] = "package";
@@ -60,7 +69,7 @@ TEST_F(DefinitionScanTest, ReadsTheFoldersInTheirOrderAndFilesByName) {
     _folders.Put(PackageFolder("zoo").c_str(), "x", PackageDefinition("x"));
     _folders.Put(PackageFolder("ant").c_str(), "y", PackageDefinition("y"));
     const DefinitionScan scan = ScanDefinitions();
-    EXPECT_EQ(scan.vecRefusals, Texts{});
+    EXPECT_EQ(Lines(scan), Texts{});
     EXPECT_EQ(Identities(scan), (Texts{"builtin/first", "builtin/second", "builtin-dyn/d", "pkg/p", "pkg_nonroot/ant/y",
                                        "pkg_nonroot/zoo/x"}));
 }
@@ -71,6 +80,101 @@ TEST_F(DefinitionScanTest, KeepsTheDefinitionAsItWasRead) {
     ASSERT_EQ(scan.vecDefinitions.size(), 1U);
     EXPECT_EQ(scan.vecDefinitions[0].jsDefinition, JobDefinition("job"));
     EXPECT_EQ(scan.vecDefinitions[0].strFile, strFile);
+    EXPECT_EQ(scan.vecDefinitions[0].strText, service_test::ToJson(JobDefinition("job")));
+}
+
+TEST_F(DefinitionScanTest, KeepsOneLineOfTextWhateverTheFileLooksLike) {
+    _folders.PutText(
+        SZF_CRON_FOLDER_BUILT_IN, "job.conf",
+        "{ \"name\" : \"gr\\u00fcn\",\n\t\"user\":\"root\", \"period\":\"daily\",\n \"cmd\":\"a\\nb\"}\n\n");
+    const DefinitionScan scan = ScanDefinitions();
+    ASSERT_EQ(scan.vecDefinitions.size(), 1U);
+    EXPECT_EQ(scan.vecDefinitions[0].strText,
+              "{\"cmd\":\"a\\nb\",\"name\":\"gr\xc3\xbcn\",\"period\":\"daily\",\"user\":\"root\"}");
+}
+
+TEST_F(DefinitionScanTest, FindsTheSameWhateverTheTimesOfAFileAre) {
+    const std::string strFile = _folders.Put(SZF_CRON_FOLDER_BUILT_IN, "job", JobDefinition("job"));
+    const struct timespec aTimes[] = {{0, 0}, {0, 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, strFile.c_str(), aTimes, 0), 0);
+    EXPECT_EQ(ScanDefinitions().vecDefinitions.size(), 1U);
+    support::WriteFile(strFile, service_test::ToJson(JobDefinition("jab"))); // as long as before
+    ASSERT_EQ(utimensat(AT_FDCWD, strFile.c_str(), aTimes, 0), 0);
+    EXPECT_EQ(Identities(ScanDefinitions()), Texts{"builtin/jab"});
+}
+
+TEST_F(DefinitionScanTest, TellsARefusalAfterAChangeFromTheOneBefore) {
+    const std::string strFile = _folders.PutText(SZF_CRON_FOLDER_BUILT_IN, "job\n.conf", "[");
+    const std::vector<Refusal> vecFirst = ScanDefinitions().vecRefusals;
+    ASSERT_EQ(vecFirst.size(), 1U);
+    EXPECT_EQ(vecFirst[0].strFile, strFile);
+    EXPECT_EQ(ScanDefinitions().vecRefusals, vecFirst);
+    _folders.PutText(SZF_CRON_FOLDER_BUILT_IN, "other.conf", "{");
+    std::filesystem::rename(std::string(SZF_CRON_FOLDER_BUILT_IN) + "/other.conf", strFile);
+    const std::vector<Refusal> vecSecond = ScanDefinitions().vecRefusals;
+    ASSERT_EQ(vecSecond.size(), 1U);
+    EXPECT_NE(vecSecond[0].uState, vecFirst[0].uState);
+}
+
+TEST_F(DefinitionScanTest, RefusesAFileOfTwoNamesUnderBoth) {
+    const std::string strFile = _folders.Put(SZF_CRON_FOLDER_BUILT_IN, "a", JobDefinition("a"));
+    std::filesystem::create_hard_link(strFile, std::string(SZF_CRON_FOLDER_BUILT_IN) + "/b.conf");
+    const DefinitionScan scan = ScanDefinitions();
+    EXPECT_EQ(Identities(scan), Texts{});
+    EXPECT_EQ(Lines(scan), (Texts{strFile + ": has 2 hard links",
+                                  std::string(SZF_CRON_FOLDER_BUILT_IN) + "/b.conf: has 2 hard links"}));
+}
+
+TEST_F(DefinitionScanTest, HoldsTheNamesOfPackagesToTheRulesOfNames) {
+    _folders.Put(PackageFolder("a\nb").c_str(), "job", PackageDefinition("job"));
+    _folders.Put(PackageFolder(std::string(129, 'p')).c_str(), "job", PackageDefinition("job"));
+    const DefinitionScan scan = ScanDefinitions();
+    EXPECT_EQ(Identities(scan), Texts{});
+    EXPECT_EQ(Lines(scan), (Texts{PackageFolder("a\\x0ab: \"a\\x0ab\" holds a control character"),
+                                  PackageFolder(std::string(129, 'p')) + ": 129 characters are more than 128"}));
+}
+
+TEST_F(DefinitionScanTest, TakesNoMoreFilesOfAPackageThanItsLimit) {
+    for (std::size_t i = 0; i <= PackageLimits::FILES_MAX + 1; ++i) {
+        _folders.PutText(PackageFolder("many"), std::to_string(100000 + i) + ".conf", "[]");
+    }
+    const DefinitionScan scan = ScanDefinitions();
+    EXPECT_EQ(Lines(scan), Texts{PackageFolder("many") + ": holds more than 4096 definition files: \"104096.conf\" and "
+                                                         "what follows by name is refused"});
+}
+
+TEST_F(DefinitionScanTest, TakesNoMoreDefinitionsOfAPackageThanItsLimit) {
+    Json::Value jsList(Json::arrayValue);
+    for (int i = 0; i < 900; ++i) {
+        jsList.append(PackageDefinition("job"));
+    }
+    for (const char* const szName : {"a", "b", "c", "d", "e", "f"}) {
+        _folders.Put(PackageFolder("many").c_str(), szName, jsList);
+    }
+    const DefinitionScan scan = ScanDefinitions();
+    EXPECT_EQ(scan.vecDefinitions.size(), 3600U);
+    EXPECT_EQ(Lines(scan), Texts{PackageFolder("many") + ": holds more than 4096 definitions: \"e.conf\" and what "
+                                                         "follows by name is refused"});
+}
+
+TEST_F(DefinitionScanTest, TakesNoMoreBytesOfAPackageThanItsLimit) {
+    const std::string strText = "[" + std::string(256 * 1024 - 2, ' ') + "]";
+    for (int i = 10; i < 30; ++i) {
+        _folders.PutText(PackageFolder("large"), std::to_string(i) + ".conf", strText);
+    }
+    const DefinitionScan scan = ScanDefinitions();
+    EXPECT_EQ(Lines(scan),
+              Texts{PackageFolder("large") + ": holds more than 4 MiB of definitions: \"26.conf\" and what "
+                                             "follows by name is refused"});
+}
+
+TEST_F(DefinitionScanTest, TakesNoMorePackagesThanTheLimit) {
+    for (std::size_t i = 0; i <= PackageLimits::FOLDERS_MAX + 1; ++i) {
+        std::filesystem::create_directory(PackageFolder(std::to_string(10000 + i)));
+    }
+    EXPECT_EQ(Lines(ScanDefinitions()),
+              Texts{std::string(SZF_CRON_FOLDER_PKG_NONROOT) +
+                    ": holds more than 1000 folders: \"11000\" and what follows by name is refused"});
 }
 
 TEST_F(DefinitionScanTest, TakesAMissingFolderForAnEmptyOne) {
@@ -86,7 +190,7 @@ TEST_F(DefinitionScanTest, TakesAMissingFolderForAnEmptyOne) {
 TEST_F(DefinitionScanTest, ReportsAFolderThatIsNone) {
     std::filesystem::remove(SZF_CRON_FOLDER_PKG);
     support::WriteFile(SZF_CRON_FOLDER_PKG, "");
-    EXPECT_EQ(ScanDefinitions().vecRefusals,
+    EXPECT_EQ(Lines(ScanDefinitions()),
               Texts{std::string(SZF_CRON_FOLDER_PKG) + ": cannot be opened: Not a directory"});
 }
 
@@ -97,7 +201,7 @@ TEST_F(DefinitionScanTest, PassesOverOtherNames) {
     }
     const DefinitionScan scan = ScanDefinitions();
     EXPECT_EQ(Identities(scan), Texts{});
-    EXPECT_EQ(scan.vecRefusals, Texts{});
+    EXPECT_EQ(Lines(scan), Texts{});
 }
 
 TEST_F(DefinitionScanTest, ReadsAnArrayAndNamesTheElementItRefuses) {
@@ -109,8 +213,8 @@ TEST_F(DefinitionScanTest, ReadsAnArrayAndNamesTheElementItRefuses) {
     const std::string strFile = _folders.Put(SZF_CRON_FOLDER_BUILT_IN, "list", jsList);
     const DefinitionScan scan = ScanDefinitions();
     EXPECT_EQ(Identities(scan), (Texts{"builtin/good", "builtin/good too"}));
-    EXPECT_EQ(scan.vecRefusals, (Texts{strFile + R"(: definition 2 "bad": field "crontab": hour: 25 is not in 0..23)",
-                                       strFile + ": definition 3: expected an object, found a number"}));
+    EXPECT_EQ(Lines(scan), (Texts{strFile + R"(: definition 2 "bad": field "crontab": hour: 25 is not in 0..23)",
+                                  strFile + ": definition 3: expected an object, found a number"}));
 }
 
 TEST_F(DefinitionScanTest, TakesAnEmptyArrayForNothing) {
@@ -139,7 +243,7 @@ TEST_F(DefinitionScanTest, TellsWhyAFileCannotBeUsed) {
     chmod(_folders.Put(strFolder.c_str(), "j-group", JobDefinition("j")).c_str(), 0664);
     chmod(_folders.Put(strFolder.c_str(), "k-others", JobDefinition("k")).c_str(), 0646);
     _folders.Put(strFolder.c_str(), "l-name", JobDefinition("../l"));
-    const Texts vecRefusals = ScanDefinitions().vecRefusals;
+    const Texts vecRefusals = Lines(ScanDefinitions());
     EXPECT_EQ(
         vecRefusals,
         (Texts{strFolder + "/a-text.conf: expected an object or an array of objects, found a text",
@@ -160,7 +264,7 @@ TEST_F(DefinitionScanTest, TellsWhyAFileCannotBeUsed) {
 
 TEST_F(DefinitionScanTest, KeepsAFileNameFromForgingALogLine) {
     _folders.PutText(SZF_CRON_FOLDER_BUILT_IN, "x\nvukocrond: all is well.conf", "");
-    const Texts vecRefusals = ScanDefinitions().vecRefusals;
+    const Texts vecRefusals = Lines(ScanDefinitions());
     ASSERT_EQ(vecRefusals.size(), 1U);
     EXPECT_EQ(vecRefusals[0], std::string(SZF_CRON_FOLDER_BUILT_IN) +
                                   "/x\\x0avukocrond: all is well.conf: is not JSON: the file is empty");
@@ -171,7 +275,7 @@ TEST_F(DefinitionScanTest, HoldsThePackagesFolderToItsRules) {
     const std::string strBad = _folders.Put(PackageFolder("photos").c_str(), "rooted", JobDefinition("rooted"));
     const DefinitionScan scan = ScanDefinitions();
     EXPECT_EQ(Identities(scan), Texts{"pkg_nonroot/photos/good"});
-    EXPECT_EQ(scan.vecRefusals, Texts{strBad + R"(: field "user": expected "package" in this folder, found "root")"});
+    EXPECT_EQ(Lines(scan), Texts{strBad + R"(: field "user": expected "package" in this folder, found "root")"});
 }
 
 TEST_F(DefinitionScanTest, RefusesPackageFoldersThatOthersCanChange) {
@@ -184,7 +288,7 @@ TEST_F(DefinitionScanTest, RefusesPackageFoldersThatOthersCanChange) {
     _folders.PutText(SZF_CRON_FOLDER_PKG_NONROOT, "README", "what this folder is for");
     const DefinitionScan scan = ScanDefinitions();
     EXPECT_EQ(Identities(scan), Texts{"pkg_nonroot/real/job"});
-    EXPECT_EQ(scan.vecRefusals, (Texts{PackageFolder("link") + ": is a symbolic link",
-                                       PackageFolder("open") + ": is writable by group or others",
-                                       strStray + ": lies in no package's folder"}));
+    EXPECT_EQ(Lines(scan), (Texts{PackageFolder("link") + ": is a symbolic link",
+                                  PackageFolder("open") + ": is writable by group or others",
+                                  strStray + ": lies in no package's folder"}));
 }
