@@ -34,11 +34,11 @@ struct StoredJob {
 
 /// How far the clock was worked on.
 struct StoredClock {
-    std::string strBootId;         ///< of the boot in which the numbers were written; empty: never
-    std::int64_t iWorkedUpTo = 0;  ///< local minute number
-    std::int64_t iLastTick = 0;    ///< local minute number of the last tick
-    std::int64_t iSleptSince = 0;  ///< non-zero: ticks were passed over because the machine hibernated
-    RunId uLastRun = 0;            ///< highest RunId that was ever given out
+    std::string strBootId;        ///< of the boot in which the numbers were written; empty: never
+    std::int64_t iWorkedUpTo = 0; ///< local minute number
+    std::int64_t iLastTick = 0;   ///< local minute number of the last tick
+    std::int64_t iSleptSince = 0; ///< non-zero: ticks were passed over because the machine hibernated
+    RunId uLastRun = 0;           ///< highest RunId that was ever given out
 };
 
 /// A start that was decided and whose end is not known.
@@ -73,32 +73,39 @@ public:
     StateStore(const StateStore&) = delete;
     StateStore& operator=(const StateStore&) = delete;
 
-    /// One line each about what opening met, fit for a log.
+    /// One line each about what opening and loading met, fit for a log.
     const std::vector<std::string>& Notes() const;
     /// Whether the state came from the persistent copy or from nothing, so that what a boot leaves behind (open runs,
-    /// the clock) cannot be of this boot unless the boot id says so.
+    /// the clock) cannot be of this boot unless the boot id says so. Ask after Load().
     bool IsFresh() const;
 
+    /// Everything but the ledger. What makes no sense is dropped, with a note; a working copy in which damage comes to
+    /// light only now is replaced as the constructor would have done.
     StoredState Load();
 
-    /// All below throw StateError; after that the transaction is undone.
+    /// All below throw StateError; after that the transaction is undone. A change outside of one is an error.
     void Begin();
     void Commit();
     void Rollback() noexcept;
 
     void PutClock(const StoredClock& clock);
-    /// Adds a job (iKey 0) or replaces what is kept of it. @return its key.
+    /// Adds a job (iKey 0) or replaces what is kept of it. Where one of the same identity is kept already, adding
+    /// replaces that, and its ledger goes on. @return its key.
     std::int64_t PutJob(const StoredJob& job);
     /// Drops the job and its ledger.
     void ForgetJob(std::int64_t iKey);
-    /// Adds to the job's ledger, as its newest entry.
+    /// Drops the jobs that are gone since before then, as ForgetJob() does; none that still has an open run.
+    void DropGoneBefore(std::int64_t iEpoch);
+    /// Adds to the job's ledger, as its newest entry. A run that is open is not forgotten when newer entries take its
+    /// place in the ledger: Load() tells of it until its end is known.
     void AddOutcome(std::int64_t iKey, const Outcome& outcome);
-    /// Replaces the entry of that run, if it is still in the ledger: its kind, reason, delay and end.
+    /// Replaces the entry of that run, if it is still kept: its kind, reason, delay and end.
     void UpdateRun(std::int64_t iKey, const Outcome& outcome);
     /// Newest first.
     std::vector<Outcome> History(std::int64_t iKey, std::size_t uMax);
 
-    /// Whether the working copy holds something that the persistent copy does not.
+    /// Whether the working copy holds something that the persistent copy does not. How far the clock was worked on does
+    /// not count: it is of no use to a later boot, and an idle machine's disk is not to be woken for it.
     bool IsDirty() const;
     /// Brings the persistent copy up to the working copy; the old one stays whole until the new one is. Does nothing
     /// when there is nothing to bring.

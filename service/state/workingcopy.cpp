@@ -1,0 +1,154 @@
+#include "service/state/workingcopy.h"
+
+#include "service/logtext.h"
+#include "service/state/schema.h"
+#include "service/state/statefile.h"
+
+namespace VUKO::VUKOCrond::Service {
+
+namespace {
+
+/// The file must survive the death of the process and not that of the machine: what was handed to the kernel is as good
+/// as kept. Hence nothing is synced, but there is a journal. One lock for the whole life saves four calls a commit.
+constexpr const char* WORKING_SETTINGS = "PRAGMA locking_mode = EXCLUSIVE; PRAGMA synchronous = OFF;"
+                                         "PRAGMA cache_size = -128; PRAGMA temp_store = MEMORY;"
+                                         "PRAGMA secure_delete = OFF;";
+/// Nobody reads a new file before it is complete: it needs no journal.
+constexpr const char* NEW_SETTINGS = "PRAGMA locking_mode = EXCLUSIVE; PRAGMA journal_mode = OFF;"
+                                     "PRAGMA synchronous = OFF; PRAGMA cache_size = -128;";
+
+using MaybeConnection = std::unique_ptr<Connection>;
+
+/// A copy that was closed in good order is believed without a look at every page, which takes half a second for ten
+/// thousand jobs with full ledgers. What a service leaves that died of its own broken memory is not.
+bool WasClosed(const Connection& connection) {
+    Statement closed(connection, "SELECT closed FROM copy", "read the working copy");
+    Query query(closed);
+    return query.Step() && query.Int(0) == 1;
+}
+
+enum class Belief { Never, WhenClosed };
+
+/// Opens a database by a function, unless its content is at fault.
+template <typename Open>
+MaybeConnection OpenUndamaged(std::string& strWhy, Belief eBelief, Open open) {
+    try {
+        MaybeConnection connection = open();
+        strWhy = WhyNotOurs(*connection);
+        if (strWhy.empty() && (eBelief == Belief::Never || !WasClosed(*connection))) {
+            strWhy = WhyDamaged(*connection);
+        }
+        return strWhy.empty() ? std::move(connection) : nullptr;
+    } catch (const SqliteError& error) {
+        if (!error.IsDamage()) {
+            throw;
+        }
+        strWhy = "is damaged: " + error.Reason();
+        return nullptr;
+    }
+}
+
+MaybeConnection OpenLocked(const std::string& strPath) {
+    auto connection = std::make_unique<Connection>(strPath, Connection::Access::ReadWrite);
+    connection->Run(WORKING_SETTINGS, "set up the working copy");
+    connection->Run("BEGIN EXCLUSIVE; COMMIT", "take the working copy"); // what a killed writer began is undone here
+    connection->Run("PRAGMA journal_mode = TRUNCATE", "set up the journal");
+    return connection;
+}
+
+MaybeConnection OpenExisting(const std::string& strPath, std::vector<std::string>& vecNotes) {
+    if (!IsThere(strPath)) {
+        return nullptr;
+    }
+    std::string strWhy = WhyNoStateFile(strPath);
+    if (strWhy.empty()) {
+        if (MaybeConnection connection =
+                OpenUndamaged(strWhy, Belief::WhenClosed, [&] { return OpenLocked(strPath); })) {
+            return connection;
+        }
+    }
+    SetAsideAndNote(strPath, strWhy, vecNotes);
+    return nullptr;
+}
+
+/// A persistent copy that cannot be used keeps nobody from working.
+MaybeConnection OpenPersistent(const std::string& strPath, std::vector<std::string>& vecNotes) {
+    try {
+        if (!IsThere(strPath)) {
+            return nullptr;
+        }
+        std::string strWhy = WhyNoStateFile(strPath);
+        if (strWhy.empty()) {
+            if (MaybeConnection connection = OpenUndamaged(
+                    strWhy, [&] { return std::make_unique<Connection>(strPath, Connection::Access::Unchanging); })) {
+                return connection;
+            }
+        }
+        SetAsideAndNote(strPath, strWhy, vecNotes);
+    } catch (const StateError& error) {
+        vecNotes.push_back(std::string(error.what()) + ": it is not used");
+    }
+    return nullptr;
+}
+
+void MakeWorkingCopy(const std::string& strPath, const Connection* source) {
+    NewFile file(strPath);
+    {
+        Connection target(file.Path(), Connection::Access::ReadWrite);
+        target.Run(NEW_SETTINGS, "set up a new copy");
+        if (source != nullptr) {
+            CopyDatabase(*source, target);
+            target.Run("UPDATE copy SET ahead = 0", "mark the new copy");
+        } else {
+            MakeTables(target);
+        }
+    }
+    file.Put(false);
+}
+
+} // namespace
+
+void MarkClosed(Connection& working, bool bClosed) {
+    working.Run(bClosed ? "UPDATE copy SET closed = 1" : "UPDATE copy SET closed = 0", "mark the working copy");
+}
+
+WorkingCopy OpenWorkingCopy(const std::string& strWorking, const std::string& strPersistent,
+                            std::vector<std::string>& vecNotes) {
+    WorkingCopy copy;
+    copy.connection = OpenExisting(strWorking, vecNotes);
+    if (!copy.connection) {
+        copy.bFresh = true;
+        MakeWorkingCopy(strWorking, OpenPersistent(strPersistent, vecNotes).get());
+        copy.connection = OpenLocked(strWorking);
+    }
+    MarkClosed(*copy.connection, false);
+    if (copy.bFresh) {
+        return copy;
+    }
+    Statement ahead(*copy.connection, "SELECT ahead FROM copy", "read the working copy");
+    Query query(ahead);
+    copy.bAhead = !query.Step() || query.Int(0) != 0 || !IsThere(strPersistent);
+    return copy;
+}
+
+void WritePersistentCopy(const Connection& working, const std::string& strPersistent) {
+    NewFile file(strPersistent);
+    {
+        Connection target(file.Path(), Connection::Access::ReadWrite);
+        target.Run(NEW_SETTINGS, "set up a new copy");
+        CopyDatabase(working, target);
+    }
+    file.Put(true);
+}
+
+void SetAsideAndNote(const std::string& strPath, const std::string& strWhy, std::vector<std::string>& vecNotes) {
+    std::string strNew;
+    try {
+        strNew = SetAside(strPath);
+    } catch (const StateError& error) {
+        throw StateError(Escaped(strPath) + " " + strWhy + "; " + error.what());
+    }
+    vecNotes.push_back(Escaped(strPath) + " " + strWhy + ": set aside as " + Escaped(strNew));
+}
+
+} // namespace VUKO::VUKOCrond::Service
