@@ -56,14 +56,16 @@ MaybeConnection OpenLocked(const std::string& strPath) {
     return connection;
 }
 
-MaybeConnection OpenExisting(const std::string& strPath, std::vector<std::string>& vecNotes) {
+/// Opens a copy by a function if there is one and it can be used; else it is set aside.
+template <typename Open>
+MaybeConnection OpenExisting(const std::string& strPath, Belief eBelief, std::vector<std::string>& vecNotes,
+                             Open open) {
     if (!IsThere(strPath)) {
         return nullptr;
     }
     std::string strWhy = WhyNoStateFile(strPath);
     if (strWhy.empty()) {
-        if (MaybeConnection connection =
-                OpenUndamaged(strWhy, Belief::WhenClosed, [&] { return OpenLocked(strPath); })) {
+        if (MaybeConnection connection = OpenUndamaged(strWhy, eBelief, open)) {
             return connection;
         }
     }
@@ -74,21 +76,12 @@ MaybeConnection OpenExisting(const std::string& strPath, std::vector<std::string
 /// A persistent copy that cannot be used keeps nobody from working.
 MaybeConnection OpenPersistent(const std::string& strPath, std::vector<std::string>& vecNotes) {
     try {
-        if (!IsThere(strPath)) {
-            return nullptr;
-        }
-        std::string strWhy = WhyNoStateFile(strPath);
-        if (strWhy.empty()) {
-            if (MaybeConnection connection = OpenUndamaged(
-                    strWhy, [&] { return std::make_unique<Connection>(strPath, Connection::Access::Unchanging); })) {
-                return connection;
-            }
-        }
-        SetAsideAndNote(strPath, strWhy, vecNotes);
+        return OpenExisting(strPath, Belief::Never, vecNotes,
+                            [&] { return std::make_unique<Connection>(strPath, Connection::Access::Unchanging); });
     } catch (const StateError& error) {
         vecNotes.push_back(std::string(error.what()) + ": it is not used");
+        return nullptr;
     }
-    return nullptr;
 }
 
 void MakeWorkingCopy(const std::string& strPath, const Connection* source) {
@@ -115,7 +108,7 @@ void MarkClosed(Connection& working, bool bClosed) {
 WorkingCopy OpenWorkingCopy(const std::string& strWorking, const std::string& strPersistent,
                             std::vector<std::string>& vecNotes) {
     WorkingCopy copy;
-    copy.connection = OpenExisting(strWorking, vecNotes);
+    copy.connection = OpenExisting(strWorking, Belief::WhenClosed, vecNotes, [&] { return OpenLocked(strWorking); });
     if (!copy.connection) {
         copy.bFresh = true;
         MakeWorkingCopy(strWorking, OpenPersistent(strPersistent, vecNotes).get());
