@@ -57,6 +57,12 @@ int Guarded(const char* szWhat, const Body& body) {
     return 0;
 }
 
+void LogEnds(const std::vector<ReapedChild>& vecReaped) {
+    for (const ReapedChild& child : vecReaped) {
+        LogEnd(child, std::string());
+    }
+}
+
 void NotifyReloading() {
     timespec tsNow = {};
     clock_gettime(CLOCK_MONOTONIC, &tsNow);
@@ -85,7 +91,7 @@ ExitStatus Daemon::Run() {
     Load();
     VUKO_LOG_PLAIN(LOG_NOTICE, 3, "vukocrond " VUKO_VERSION " is ready");
     sd_notify(0, "READY=1");
-    ReapChildren(); // whoever ended before the signals were watched
+    LogEnds(ReapChildren()); // whoever ended before the signals were watched
     ArmTimer(ReadClock());
     const int iStatus = sd_event_loop(_event.get());
     Check(iStatus, "sd_event_loop");
@@ -121,7 +127,7 @@ void Daemon::HandleTimer() {
 void Daemon::HandleSignal(int iSignal) {
     switch (iSignal) {
     case SIGCHLD:
-        ReapChildren();
+        LogEnds(ReapChildren());
         break;
     case SIGHUP:
         Reload();

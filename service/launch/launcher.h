@@ -60,6 +60,7 @@ public:
         std::string strRunTable;     ///< path of the file behind the run table
         std::string strOutputFolder; ///< where jobs' output goes when there is no journal
         std::string strBootId;
+        bool bJournal = true; ///< jobs' output goes to the journal where systemd runs
     };
     /// @throws std::system_error, std::runtime_error
     explicit Launcher(const Settings& settings);
@@ -71,12 +72,18 @@ public:
 
     /// Starts a job, at once and without waiting for it, by its Run(). The caller reaps the child.
     ///
-    /// @return the child's pid; -1 when no child could be made (the library has logged it): the slot is free again.
+    /// @return the child's pid; -1 when no child could be made (which is logged) and the launch has no slot in the
+    /// table.
     pid_t Start(CronJob& job, const LaunchOrder& order);
 
     /// Readable when a process of a launch has told something. Never blocks its writers.
     int ReportDescriptor() const;
-    /// Everything that was told since the last call.
+    /// Everything that was told since the last call, each thing once. What a full pipe did not take is looked up in the
+    /// run table; so is what became of the launches of a service that was here before, which have no way to make the
+    /// descriptor readable: ask now and then. A launch that was released is not told of any more.
+    ///
+    /// A program's begin comes before its end; there is no begin where nothing was started. A process that is killed
+    /// may end without a word: once its child is reaped, what the table says is the last of it.
     std::vector<RunReport> TakeReports();
 
 private:

@@ -12,29 +12,32 @@ namespace {
 
 constexpr const char* szLogSource = "reaper";
 
-void LogEnd(pid_t pid, int iStatus) {
-    if (WIFSIGNALED(iStatus)) {
-        VUKO_LOG_PLAIN(LOG_NOTICE, 1, "child %d was ended by signal %d", static_cast<int>(pid), WTERMSIG(iStatus));
-    } else if (WEXITSTATUS(iStatus) != 0) {
-        VUKO_LOG_PLAIN(LOG_NOTICE, 2, "child %d ended with status %d", static_cast<int>(pid), WEXITSTATUS(iStatus));
+} // namespace
+
+std::vector<ReapedChild> ReapChildren() {
+    std::vector<ReapedChild> vecReaped;
+    for (;;) {
+        ReapedChild child;
+        child.pid = waitpid(-1, &child.iStatus, WNOHANG);
+        if (child.pid == -1 && errno == EINTR) {
+            continue;
+        }
+        if (child.pid <= 0) {
+            return vecReaped;
+        }
+        vecReaped.push_back(child);
     }
 }
 
-} // namespace
-
-std::size_t ReapChildren() {
-    std::size_t uReaped = 0;
-    for (;;) {
-        int iStatus = 0;
-        const pid_t pid = waitpid(-1, &iStatus, WNOHANG);
-        if (pid == -1 && errno == EINTR) {
-            continue;
-        }
-        if (pid <= 0) {
-            return uReaped;
-        }
-        ++uReaped;
-        LogEnd(pid, iStatus);
+void LogEnd(const ReapedChild& child, const std::string& strJob) {
+    const int iPid = static_cast<int>(child.pid);
+    const std::string strOf = strJob.empty() ? "" : " of job " + strJob;
+    if (WIFSIGNALED(child.iStatus)) {
+        VUKO_LOG_PLAIN(LOG_NOTICE, 1, "child %d%s was ended by signal %d", iPid, strOf.c_str(),
+                       WTERMSIG(child.iStatus));
+    } else if (WEXITSTATUS(child.iStatus) != 0) {
+        VUKO_LOG_PLAIN(LOG_NOTICE, 2, "child %d%s ended with status %d", iPid, strOf.c_str(),
+                       WEXITSTATUS(child.iStatus));
     }
 }
 

@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -25,10 +26,10 @@ enum class RunStage : std::uint32_t {
 struct RunRecord {
     RunId uRun = 0;
     RunStage eStage = RunStage::Free;
-    pid_t pidChild = 0;                ///< the child that waits for the program
-    std::uint64_t uChildStart = 0;     ///< its start time in clock ticks since boot (/proc/PID/stat), to tell it from
-                                       ///< a later process of the same number
-    pid_t pidProgram = 0;              ///< leader of the program's session and process group; 0: not yet
+    pid_t pidChild = 0;            ///< the child that waits for the program
+    std::uint64_t uChildStart = 0; ///< its start time in clock ticks since boot (/proc/PID/stat), to tell it from
+                                   ///< a later process of the same number
+    pid_t pidProgram = 0;          ///< leader of the program's session and process group; 0: not yet
     std::uint64_t uProgramStart = 0;
     RunEnd end;
 };
@@ -38,9 +39,11 @@ struct RunRecord {
 /// change by compare-and-swap; no launch is ever begun twice or both begun and taken back.
 class RunTable {
 public:
-    /// Maps the file and makes it when it is missing, root's own and mode 0600. What another boot left is dropped: the
-    /// file names its boot. @throws std::system_error; std::runtime_error for a file that is not what it should be
-    /// (it is then set aside first, and throws only if that fails).
+    /// Maps the file and makes it when it is missing, the service's own and mode 0600. What another boot left is
+    /// dropped: the file names its boot. What is no file of ours, or holds what cannot be, is set aside as
+    /// PATH.damaged-EPOCH-N, with a message, and made anew.
+    ///
+    /// @throws std::system_error when it cannot be read, set aside, or made
     RunTable(const std::string& strPath, const std::string& strBootId);
     ~RunTable();
     RunTable(const RunTable&) = delete;
@@ -50,18 +53,26 @@ public:
     std::vector<RunRecord> Records() const;
     std::optional<RunRecord> Find(RunId uRun) const;
 
-    /// Takes a slot for a launch. @return false when all are taken.
+    /// Takes a slot for a launch. @return false when all are taken, or the launch has one.
     bool Offer(RunId uRun);
-    /// Takes a launch back: from Offered, or from Waiting when its child is gone. @return false when it has begun or
-    /// its child still waits.
+    /// Takes a launch back: from Offered, or from Waiting when its child is gone (one that has ended and was not reaped
+    /// is). @return false when it has begun, its child still waits, or there is no such launch.
     bool Revoke(RunId uRun);
-    /// Gives the slot back, whatever its stage: only when no process of the launch is left.
+    /// Gives the slot back, whatever its stage. Not before the launch has ended, or was revoked, or none of its
+    /// processes is left: what becomes of it is not heard of after this.
     void Release(RunId uRun);
 
 private:
     friend class RunChild; // the child's side, in the launch hooks
+    friend class Launcher;
+    /// Notes that this process has heard of a launch: 1 of its begin, 2 of its end. @return false when it had before,
+    /// or there is no such launch.
+    bool MarkHeard(RunId uRun, unsigned uWhat);
+    /// Goes up with everything that a child could write to the table alone.
+    std::uint32_t Untold() const;
+
     struct Private;
-    Private* _p;
+    std::unique_ptr<Private> _p;
 };
 
 } // namespace VUKO::VUKOCrond::Service

@@ -38,8 +38,8 @@ TEST(Reaper, ReapsEveryChildThatHasEnded) {
     for (int i = 0; i < 5; ++i) {
         EndedChild([] {});
     }
-    EXPECT_EQ(ReapChildren(), 5U);
-    EXPECT_EQ(ReapChildren(), 0U);
+    EXPECT_EQ(ReapChildren().size(), 5U);
+    EXPECT_EQ(ReapChildren().size(), 0U);
 }
 
 TEST(Reaper, DoesNotWaitForAChildThatRuns) {
@@ -50,17 +50,28 @@ TEST(Reaper, DoesNotWaitForAChildThatRuns) {
             pause();
         }
     }
-    EXPECT_EQ(ReapChildren(), 0U);
+    EXPECT_EQ(ReapChildren().size(), 0U);
     kill(pid, SIGKILL);
     EXPECT_EQ(waitpid(pid, nullptr, 0), pid);
 }
 
+TEST(Reaper, GivesBackWhichChildrenEndedAndHow) {
+    const pid_t pidFailed = EndedChild([] { syscall(SYS_exit_group, 3); });
+    EXPECT_EQ(ReapChildren(), (std::vector<ReapedChild>{{pidFailed, 3 << 8}}));
+    const pid_t pidKilled = EndedChild([] { raise(SIGKILL); });
+    EXPECT_EQ(ReapChildren(), (std::vector<ReapedChild>{{pidKilled, SIGKILL}}));
+}
+
 TEST(Reaper, TellsOfChildrenThatDidNotEndAsTheyShould) {
     support::CapturedSyslog log;
-    const pid_t pidFailed = EndedChild([] { syscall(SYS_exit_group, 1); });
-    EXPECT_EQ(ReapChildren(), 1U);
-    EXPECT_EQ(log.Take(), Texts{"<5>reaper:2 child " + std::to_string(pidFailed) + " ended with status 1"});
-    const pid_t pidKilled = EndedChild([] { raise(SIGKILL); });
-    EXPECT_EQ(ReapChildren(), 1U);
-    EXPECT_EQ(log.Take(), Texts{"<5>reaper:1 child " + std::to_string(pidKilled) + " was ended by signal 9"});
+    LogEnd({4711, 0}, "cron/backup");
+    EXPECT_EQ(log.Take(), Texts{});
+    LogEnd({4711, 1 << 8}, "cron/backup");
+    LogEnd({4712, SIGKILL}, "cron/backup");
+    EXPECT_EQ(log.Take(), (Texts{"<5>reaper:2 child 4711 of job cron/backup ended with status 1",
+                                 "<5>reaper:1 child 4712 of job cron/backup was ended by signal 9"}));
+    LogEnd({4713, 1 << 8}, "");
+    LogEnd({4714, SIGKILL}, "");
+    EXPECT_EQ(log.Take(), (Texts{"<5>reaper:2 child 4713 ended with status 1",
+                                 "<5>reaper:1 child 4714 was ended by signal 9"}));
 }
