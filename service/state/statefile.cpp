@@ -43,6 +43,19 @@ void RemoveJournals(const std::string& strPath) {
     }
 }
 
+/// An empty one says nothing: SQLite leaves it where a writer was killed between two transactions.
+void MoveJournal(const std::string& strFrom, const std::string& strTo) {
+    struct stat stFile = {};
+    if (lstat(strFrom.c_str(), &stFile) != 0) {
+        return;
+    }
+    if (S_ISREG(stFile.st_mode) && stFile.st_size == 0) {
+        unlink(strFrom.c_str());
+    } else {
+        rename(strFrom.c_str(), strTo.c_str());
+    }
+}
+
 std::string WhyNotTrusted(const struct stat& stFile) {
     if (S_ISLNK(stFile.st_mode)) {
         return "is a symbolic link";
@@ -170,7 +183,7 @@ std::string SetAside(const std::string& strPath) {
         Fail(strPath, "set aside", errno);
     }
     for (const char* const szJournal : JOURNALS) {
-        rename((strPath + szJournal).c_str(), (strNew + szJournal).c_str());
+        MoveJournal(strPath + szJournal, strNew + szJournal);
     }
     RemoveOldest(strPrefix);
     return strNew;

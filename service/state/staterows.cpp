@@ -17,6 +17,8 @@ constexpr std::int64_t USEC_MAX = EPOCH_MAX * 1000000;
 /// Of an exit status, a signal or an errno value.
 constexpr std::int64_t CODE_MAX = 4095;
 constexpr std::int64_t DELAY_MAX = INT_MAX;
+/// Of outcomes, ever: more than there are minutes, and far from what cannot be counted on.
+constexpr std::int64_t COUNT_MAX = LONGEST / 2;
 
 /// In bytes. A definition has 256 KiB at most, and its drawn values not much more.
 constexpr int TEXT_MAX = 1024 * 1024;
@@ -94,6 +96,7 @@ std::optional<StoredJob> ReadJob(const Query& query) {
     job.strFile = row.Text(PATH_TEXT_MAX);
     job.strFields = row.Text(TEXT_MAX);
     job.strSchedule = row.Text(TEXT_MAX);
+    row.Int(0, COUNT_MAX);
     return row.IsGood() ? std::optional(std::move(job)) : std::nullopt;
 }
 

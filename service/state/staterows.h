@@ -7,7 +7,7 @@
 
 namespace VUKO::VUKOCrond::Service {
 
-/// The columns that the functions below read, in their order.
+/// The columns that the functions below read, in their order; a job's are followed by its number of outcomes.
 constexpr const char* CLOCK_COLUMNS = "workedUpTo, lastTick, sleptSince, lastRun, bootId";
 constexpr const char* JOB_COLUMNS =
     "job, startup, lastExecution, overdueReported, goneSince, folder, package, name, file, fields, schedule";

@@ -79,7 +79,7 @@ struct StateStore::Private {
         Rollback();
         try {
             if (!_bCorrupt) {
-                MarkClosed(*_copy.connection, true);
+                MarkClosed(*_copy.connection);
             }
         } catch (const StateError&) {
             // The next one to open it looks at all of it, then.
@@ -127,13 +127,20 @@ struct StateStore::Private {
     template <typename Body>
     auto OrRollback(Body body) {
         try {
+            return Watched(body);
+        } catch (...) {
+            Rollback();
+            throw;
+        }
+    }
+
+    /// Remembers when damage came to light.
+    template <typename Body>
+    auto Watched(Body body) {
+        try {
             return body();
         } catch (const SqliteError& error) {
             _bCorrupt = _bCorrupt || error.IsCorruption();
-            Rollback();
-            throw;
-        } catch (...) {
-            Rollback();
             throw;
         }
     }
@@ -388,11 +395,13 @@ void StateStore::UpdateRun(std::int64_t iKey, const Outcome& outcome) {
 
 std::vector<Outcome> StateStore::History(std::int64_t iKey, std::size_t uMax) {
     std::vector<Outcome> vecOutcomes;
-    for (Query query(_p->_statements->history, iKey, LEDGER_DEPTH, ToInt(uMax)); query.Step();) {
-        if (auto run = ReadRun(query)) {
-            vecOutcomes.push_back(std::move(run->outcome));
+    _p->Watched([&] {
+        for (Query query(_p->_statements->history, iKey, LEDGER_DEPTH, ToInt(uMax)); query.Step();) {
+            if (auto run = ReadRun(query)) {
+                vecOutcomes.push_back(std::move(run->outcome));
+            }
         }
-    }
+    });
     return vecOutcomes;
 }
 

@@ -1,5 +1,10 @@
 #include "service/state/workingcopy.h"
 
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
 #include "service/logtext.h"
 #include "service/state/schema.h"
 #include "service/state/statefile.h"
@@ -10,11 +15,13 @@ namespace {
 
 /// The file must survive the death of the process and not that of the machine: what was handed to the kernel is as good
 /// as kept. Hence nothing is synced, but there is a journal. One lock for the whole life saves four calls a commit.
-constexpr const char* WORKING_SETTINGS = "PRAGMA locking_mode = EXCLUSIVE; PRAGMA synchronous = OFF;"
+constexpr const char* WORKING_SETTINGS = "PRAGMA locking_mode = EXCLUSIVE; PRAGMA journal_mode = TRUNCATE;"
+                                         "PRAGMA synchronous = OFF;"
                                          "PRAGMA cache_size = -128; PRAGMA temp_store = MEMORY;"
                                          "PRAGMA secure_delete = OFF;";
-/// Nobody reads a new file before it is complete: it needs no journal.
-constexpr const char* NEW_SETTINGS = "PRAGMA locking_mode = EXCLUSIVE; PRAGMA journal_mode = OFF;"
+/// Nobody reads a new file before it is complete: it needs no journal beside it. (SQLite does not do without any where
+/// it is told to be careful.)
+constexpr const char* NEW_SETTINGS = "PRAGMA locking_mode = EXCLUSIVE; PRAGMA journal_mode = MEMORY;"
                                      "PRAGMA synchronous = OFF; PRAGMA cache_size = -128;";
 
 using MaybeConnection = std::unique_ptr<Connection>;
@@ -48,11 +55,23 @@ MaybeConnection OpenUndamaged(std::string& strWhy, Belief eBelief, Open open) {
     }
 }
 
+/// SQLite opens what it cannot write for reading only, and so it does with a file that asks for it: no service ever
+/// did.
+void RefuseReadOnly(const Connection& connection) {
+    if (sqlite3_db_readonly(connection.Get(), "main") == 0) {
+        return;
+    }
+    if (access(connection.Path().c_str(), W_OK) != 0) {
+        throw StateError(Escaped(connection.Path()) + ": cannot be written: " + strerror(errno));
+    }
+    throw SqliteError(SQLITE_CORRUPT, Escaped(connection.Path()), "it is of a format for reading only");
+}
+
 MaybeConnection OpenLocked(const std::string& strPath) {
     auto connection = std::make_unique<Connection>(strPath, Connection::Access::ReadWrite);
-    connection->Run(WORKING_SETTINGS, "set up the working copy");
+    connection->Run(WORKING_SETTINGS, "take the working copy");
     connection->Run("BEGIN EXCLUSIVE; COMMIT", "take the working copy"); // what a killed writer began is undone here
-    connection->Run("PRAGMA journal_mode = TRUNCATE", "set up the journal");
+    RefuseReadOnly(*connection);
     return connection;
 }
 
@@ -101,8 +120,12 @@ void MakeWorkingCopy(const std::string& strPath, const Connection* source) {
 
 } // namespace
 
-void MarkClosed(Connection& working, bool bClosed) {
-    working.Run(bClosed ? "UPDATE copy SET closed = 1" : "UPDATE copy SET closed = 0", "mark the working copy");
+void MarkOpen(Connection& working) {
+    working.Run("UPDATE copy SET closed = 0", "mark the working copy");
+}
+
+void MarkClosed(Connection& working) {
+    working.Run("UPDATE copy SET closed = 1; PRAGMA journal_mode = DELETE", "mark the working copy");
 }
 
 WorkingCopy OpenWorkingCopy(const std::string& strWorking, const std::string& strPersistent,
@@ -114,7 +137,7 @@ WorkingCopy OpenWorkingCopy(const std::string& strWorking, const std::string& st
         MakeWorkingCopy(strWorking, OpenPersistent(strPersistent, vecNotes).get());
         copy.connection = OpenLocked(strWorking);
     }
-    MarkClosed(*copy.connection, false);
+    MarkOpen(*copy.connection);
     if (copy.bFresh) {
         return copy;
     }

@@ -20,8 +20,8 @@ struct WorkingCopy {
 WorkingCopy OpenWorkingCopy(const std::string& strWorking, const std::string& strPersistent,
                             std::vector<std::string>& vecNotes);
 
-/// Notes in the working copy whether its service is done with it and it is whole.
-void MarkClosed(Connection& working, bool bClosed);
+/// Notes in the working copy that its service is done with it and it is whole.
+void MarkClosed(Connection& working);
 
 /// Makes the persistent copy the same as the working copy.
 /// @throws StateError; the persistent copy is the old or the new one then.
