@@ -65,6 +65,7 @@ int main(int argc, char** argv) {
         poll(&fdReport, 1, 1);
         Hear(site, heard);
     }
+    Hear(site, heard); // a child tells of the end before its own
     const double dAll = MillisecondsSince(tStart);
     const std::string strLog = site.ExecutionLog();
     const auto iLines = std::count(strLog.begin(), strLog.end(), '\n');

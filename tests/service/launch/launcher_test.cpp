@@ -314,19 +314,23 @@ TEST_F(Launches, AreNotMadeForARunThatHasOne) {
 }
 
 TEST_F(Launches, EndInAChildThatTheLibraryGaveBack) {
-    CronJob job(ListCommandJob("job", "package", {"/bin/true"}));
-    job._jsJob["config"]["package_username"] = "no such account";
+    Json::Value jsJob = ListCommandJob("job", "package", {"/bin/true"});
+    jsJob["config"]["package_username"] = "no such account";
+    CronJob job(jsJob);
     const pid_t pid = _site.TheLauncher().Start(job, _site.Order(1));
     ASSERT_GT(pid, 0);
     EXPECT_EQ(_site.AwaitEnd(1).eKind, EndKind::NotStarted);
     EXPECT_EQ(WEXITSTATUS(support::WaitFor(pid)), EXIT_FAILURE);
-    EXPECT_EQ(_log.Take(), Texts{});
+    EXPECT_EQ(_log.Take(), (Texts{"<3>cronjob:104 user no such account not exist",
+                                  "<3>cronjob:604 Failed to get user group info for job [job]"}));
     CronJob odd = launch_test::JobOf({"/bin/true"});
     odd._jsJob["cmd_list"][0] = 5;
     _site.TheLauncher().Start(odd, _site.Order(2));
     EXPECT_EQ(_site.AwaitEnd(2).eKind, EndKind::NotStarted);
     EXPECT_EQ(WEXITSTATUS(support::WaitFor(-1)), EXIT_FAILURE);
-    EXPECT_EQ(_log.Take().size(), 1U);
+    const Texts vecMessages = _log.Take();
+    ASSERT_EQ(vecMessages.size(), 1U);
+    EXPECT_EQ(vecMessages[0].rfind("<3>launcher:3 job could not be started: ", 0), 0U) << vecMessages[0];
 }
 
 TEST_F(Launches, AreOverWhenTheProgramEndsWhateverItLeftBehind) {
