@@ -29,11 +29,16 @@ bool IsLink(const std::string& strPath) {
     return ::lstat(strPath.c_str(), &stPath) == 0 && S_ISLNK(stPath.st_mode);
 }
 
-/// Opens a file, but no pipe: anybody may put one where the memory log file is to stand, and opening it would wait for
-/// ever for somebody at its other end, and the job with it.
+/// Opens the memory log file, but nothing that a stranger has put in its place, and no pipe at all: opening that would
+/// wait for ever for somebody at its other end, and the job with it.
 template <typename Stream>
-void OpenUnlessPipe(Stream& fs, const std::string& strPath, std::ios::openmode mode) {
+void OpenStaged(Stream& fs, const std::string& strPath, std::ios::openmode mode, const StagingLock& lock) {
     const int iErrno = errno;
+    if (lock.IsForeign()) {
+        errno = EPERM;
+        fs.setstate(std::ios::failbit);
+        return;
+    }
     struct stat stPath = {};
     if (::stat(strPath.c_str(), &stPath) == 0 && S_ISFIFO(stPath.st_mode)) {
         errno = ENXIO;
@@ -57,7 +62,7 @@ void MemoryLogger::SoftFlush() {
         const ExclusiveLock lockMemLog(_mutexMemLog);
         const StagingLock lockFile(_strMemLogPath, StagingLock::IfMissing::Create);
         std::ofstream fsMem;
-        OpenUnlessPipe(fsMem, _strMemLogPath, std::ios::out | std::ios::app);
+        OpenStaged(fsMem, _strMemLogPath, std::ios::out | std::ios::app, lockFile);
         if (!fsMem) {
             VUKO_LOG(LOG_ERR, 68, "open memory logger failed");
         } else {
@@ -91,7 +96,7 @@ void MemoryLogger::Flush() {
         errno = ENOENT; // not opened: if there is one by now, another process has just begun it
         fsMem.setstate(std::ios::failbit);
     } else {
-        OpenUnlessPipe(fsMem, _strMemLogPath, std::ios::in);
+        OpenStaged(fsMem, _strMemLogPath, std::ios::in, lockFile);
     }
     if (!fs) {
         errno = iErrnoLog; // the reason to report is the log's own, not that of the second file

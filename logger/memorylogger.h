@@ -30,6 +30,9 @@ namespace VUKO {
 ///     Flush                                       exclusive, first    shared, second
 ///     GetNewLine, insertion into _ssLog           -                   -
 ///
+/// In a folder that others may write, as /tmp is, a memory log file that is a stranger's or a link is neither followed
+/// nor copied; where it cannot be taken away, it counts as a file that cannot be opened.
+///
 /// File errors are logged to syslog (source "memorylogger") and swallowed. A mutex that cannot be locked throws
 /// boost::interprocess::lock_exception out of the operation.
 class VUKO_API MemoryLogger {

@@ -14,6 +14,12 @@ namespace VUKO {
 ///
 /// Waiting is bounded: a holder that is stopped, or a stranger who may read the file and locks it out of malice, must
 /// not keep jobs from starting. After that, and where the file cannot be opened, the owner goes on without the lock.
+///
+/// In a folder that others may write, as /tmp is, a stranger may have put something where the file is to stand: a link
+/// to a file that is then written or copied, or a file that they read or write themselves. There only a regular file
+/// counts that belongs to root or to the process's own account and has no second name. Anything else is not opened
+/// through, not waited for, and taken away where the file is to be made. As nobody but its owner can replace a file in
+/// such a folder (/tmp is sticky), what has been found good can be opened by its path while the lock is held.
 class StagingLock {
 public:
     enum class IfMissing {
@@ -36,11 +42,16 @@ public:
     /// There was no such file. One that is there by now is another process's, which has just begun it.
     bool WasMissing() const { return _bMissing; }
 
+    /// Something stands there that is a stranger's, and must not be used.
+    bool IsForeign() const { return _bForeign; }
+
 private:
+    void Open(const std::string& strPath, int iFlags, bool bShared);
     void Close();
 
     int _iFd = -1;
     bool _bMissing = false;
+    bool _bForeign = false;
 };
 
 } // namespace VUKO
