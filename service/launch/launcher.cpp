@@ -1,5 +1,6 @@
 #include "service/launch/launcher.h"
 
+#include <grp.h>
 #include <sys/wait.h>
 #include <systemd/sd-daemon.h>
 #include <unistd.h>
@@ -38,6 +39,14 @@ int WaitPlainly(pid_t pid, int* piStatus) {
     return 0;
 }
 
+/// What the name services are is read, and their libraries are loaded, on the first question: by every child anew, if
+/// not here once for all of them.
+void LoadNameServices() {
+    gid_t aGids[1];
+    int iCount = 1;
+    (void)getgrouplist("root", 0, aGids, &iCount);
+}
+
 constexpr unsigned HeardBit(RunReport::Kind eKind) {
     return 1U << static_cast<unsigned>(eKind);
 }
@@ -60,6 +69,7 @@ struct Launcher::Private {
         plan.bJournal = settings.bJournal && sd_booted() > 0;
         plan.bRoot = geteuid() == 0;
         plan.bOomLowered = IsOomScoreLowered();
+        LoadNameServices();
     }
 
     void RunJob(CronJob& job, const LaunchOrder& order);
