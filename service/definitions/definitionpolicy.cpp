@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <limits>
+#include <map>
 #include <utility>
 #include <vector>
 
@@ -18,6 +19,8 @@ constexpr std::size_t NAME_CHARACTERS_MAX = 128;
 /// A file name has 255 bytes at most, and ".conf" follows.
 constexpr std::size_t NAME_BYTES_MAX = 250;
 constexpr std::size_t ACCOUNT_BYTES_MAX = 255;
+/// A package has one account. Whoever is mistaken, is so with one or two.
+constexpr std::size_t OTHER_ACCOUNTS_MAX = 8;
 /// The kernel takes no longer argument, its closing NUL included.
 constexpr std::size_t ARGUMENT_BYTES_MAX = std::size_t{128} * 1024 - 1;
 
@@ -162,15 +165,13 @@ std::string WhyBadCommand(const Json::Value& jsDefinition) {
 
 /// Whether one account name is root's or, where it has to be, not the folder's owner's.
 std::string WhyOthersAccount(const std::string& strAccount, const DefinitionOrigin& origin) {
-    uid_t uid = 0;
-    gid_t gid = 0;
-    const bool bKnown = VUKOUserGetUGID(strAccount.c_str(), &uid, &gid) == 0;
-    if (bKnown && uid == 0) {
+    const std::optional<uid_t> uid = origin.lookUp(strAccount);
+    if (uid == uid_t{0}) {
         return Quoted(strAccount) + " is root";
     }
-    if (origin.uidPackage && (!bKnown || uid != *origin.uidPackage)) {
+    if (origin.uidPackage && uid != origin.uidPackage) {
         return Quoted(strAccount) +
-               (bKnown ? " is not the account that owns the package's folder" : " is no known account");
+               (uid ? " is not the account that owns the package's folder" : " is no known account");
     }
     return std::string(); // an account that is unknown now may be made before the job is due
 }
@@ -199,6 +200,29 @@ std::string WhyBadAccount(const Json::Value& jsDefinition, const DefinitionOrigi
 }
 
 } // namespace
+
+std::optional<uid_t> LookUpAccount(const std::string& strAccount) {
+    uid_t uid = 0;
+    gid_t gid = 0;
+    return VUKOUserGetUGID(strAccount.c_str(), &uid, &gid) == 0 ? std::optional<uid_t>(uid) : std::nullopt;
+}
+
+AccountLookup LookUpFewBeside(uid_t uid) {
+    return [uid, uOthers = std::size_t{0},
+            mapKnown = std::map<std::string, std::optional<uid_t>>()](const std::string& strAccount) mutable {
+        const auto itKnown = mapKnown.find(strAccount);
+        if (itKnown != mapKnown.end()) {
+            return itKnown->second;
+        }
+        if (uOthers == OTHER_ACCOUNTS_MAX) {
+            return std::optional<uid_t>();
+        }
+        const std::optional<uid_t> uidFound = LookUpAccount(strAccount);
+        uOthers += uidFound == uid ? 0 : 1;
+        mapKnown.emplace(strAccount, uidFound);
+        return uidFound;
+    };
+}
 
 std::string WhyBadName(const std::string& strName) {
     if (strName.empty()) {

@@ -4,10 +4,21 @@
 
 #include <json/json.h>
 
+#include <functional>
 #include <optional>
 #include <string>
 
 namespace VUKO::VUKOCrond::Service {
+
+/// The user id of an account by its name; nothing when there is no such account.
+using AccountLookup = std::function<std::optional<uid_t>(const std::string&)>;
+
+/// Asks the platform, which may ask a directory in the network.
+std::optional<uid_t> LookUpAccount(const std::string& strAccount);
+
+/// The same with a memory, which asks for no more than a few accounts that are not this one: whoever writes a package's
+/// definitions could make the service wait for the directory with each of them. Any further one counts as unknown.
+AccountLookup LookUpFewBeside(uid_t uid);
 
 /// Where a definition was found, as far as that bears on what it may ask for.
 struct DefinitionOrigin {
@@ -17,6 +28,7 @@ struct DefinitionOrigin {
     /// Owner of that sub-folder, when it is a common account: the only one that its jobs may run as. Without a value
     /// the sub-folder belongs to whom the service trusts anyway.
     std::optional<uid_t> uidPackage;
+    AccountLookup lookUp = LookUpAccount;
 };
 
 /// Why a text is no name for a job or for a package's sub-folder: names are 1 to 128 characters, do not begin with ".",

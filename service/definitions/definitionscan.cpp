@@ -72,18 +72,18 @@ private:
 /// What is left of a package's limits while its sub-folder is read.
 class Budget {
 public:
-    /// @return what there would be too much of with this file; null when there is room for it.
-    const char* Take(std::size_t uBytes, std::size_t uDefinitions) {
+    /// @return what there would be too much of with this file; empty when there is room for it.
+    std::string Take(std::size_t uBytes, std::size_t uDefinitions) {
         _uFiles += 1;
         _uDefinitions += uDefinitions;
         _uBytes += uBytes;
         if (_uFiles > PackageLimits::FILES_MAX) {
-            return "4096 definition files";
+            return std::to_string(PackageLimits::FILES_MAX) + " definition files";
         }
         if (_uDefinitions > PackageLimits::DEFINITIONS_MAX) {
-            return "4096 definitions";
+            return std::to_string(PackageLimits::DEFINITIONS_MAX) + " definitions";
         }
-        return _uBytes > PackageLimits::BYTES_MAX ? "4 MiB of definitions" : nullptr;
+        return _uBytes > PackageLimits::BYTES_MAX ? std::to_string(PackageLimits::BYTES_MAX) + " bytes" : std::string();
     }
 
 private:
@@ -180,6 +180,7 @@ bool Scanner::ScanPackageFolder(const OpenFolder& parent, const std::string& str
     open.origin.strPackage = strName;
     if (!IsTrustedOwner(stFolder.st_uid)) {
         open.origin.uidPackage = stFolder.st_uid;
+        open.origin.lookUp = LookUpFewBeside(stFolder.st_uid);
     }
     ScanFiles(open);
     return true;
@@ -218,10 +219,11 @@ bool Scanner::ScanFile(const OpenFolder& folder, const std::string& strName, Bud
     }
     const Place place{folder.strPath + "/" + strName, file.uState};
     const std::size_t uDefinitions = file.strReason.empty() && file.jsDocument.isArray() ? file.jsDocument.size() : 1;
-    const char* const szTooMuch = folder.origin.bOfPackageAccount ? budget.Take(file.uBytes, uDefinitions) : nullptr;
-    if (szTooMuch != nullptr) {
-        Refuse({folder.strPath}, std::string("holds more than ") + szTooMuch + ": " + Quoted(strName) +
-                                     " and what follows by name is refused");
+    const std::string strTooMuch =
+        folder.origin.bOfPackageAccount ? budget.Take(file.uBytes, uDefinitions) : std::string();
+    if (!strTooMuch.empty()) {
+        Refuse({folder.strPath},
+               "holds more than " + strTooMuch + ": " + Quoted(strName) + " and what follows by name is refused");
         return false;
     }
     if (file.strReason.empty()) {

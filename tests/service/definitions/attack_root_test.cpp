@@ -19,6 +19,7 @@
 
 #include "crond/cronjob.h"
 #include "service/definitions/definitionscan.h"
+#include "service/definitions/folderwatch.h"
 #include "service/jobstore.h"
 #include "tests/fake/fake_platform.h"
 #include "tests/service/definitions/stranger.h"
@@ -301,4 +302,33 @@ TEST_F(AttackOnDefinitions, RunsNothingAndLogsNothingWhileItIsLoaded) {
     EXPECT_EQ(Names(scan), (std::vector<std::string>{"system", "eager"}));
     EXPECT_EQ(scan.vecRefusals.size(), 1U);
     EXPECT_FALSE(support::Exists(strTouched));
+}
+
+TEST_F(AttackOnDefinitions, FillsItsFolderAndHasNothingReadOfIt) {
+    ASSERT_TRUE(StrangerCan([&] {
+        const UniqueFd fd(open(_strOwn.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        bool bMade = PutFile(Own("good.conf"), ToJson(OwnDefinition("good")));
+        for (std::size_t i = 0; i < PackageLimits::ENTRIES_MAX; ++i) {
+            bMade = bMade && mknodat(fd.Get(), std::to_string(i).c_str(), S_IFREG | 0644, 0) == 0;
+        }
+        return bMade;
+    }));
+    const DefinitionScan scan = ScanDefinitions();
+    EXPECT_EQ(Names(scan), std::vector<std::string>{"system"});
+    ASSERT_EQ(scan.vecRefusals.size(), 1U);
+    EXPECT_EQ(scan.vecRefusals[0].strText, _strOwn + ": holds more than 16384 entries");
+}
+
+/// Seen from the other side: what cannot be watched is told, once.
+TEST_F(AttackOnDefinitions, IsToldOnceWhichFolderItMayNotWatch) {
+    chmod(SZF_CRON_FOLDER_PKG, 0700);
+    EXPECT_TRUE(StrangerCan([] {
+        FolderWatch watch;
+        watch.Renew();
+        const std::vector<std::string> vecFirst = watch.TakeProblems();
+        watch.Renew();
+        return vecFirst == std::vector<std::string>{std::string(SZF_CRON_FOLDER_PKG) +
+                                                    " cannot be watched: Permission denied"} &&
+               watch.TakeProblems().empty();
+    }));
 }

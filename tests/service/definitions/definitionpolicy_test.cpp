@@ -209,3 +209,21 @@ TEST_F(DefinitionPolicy, LetsRootWriteForAPackageButNeverAsRoot) {
     EXPECT_EQ(WhyRun("root", "alice", PackageOf(std::nullopt)),
               R"(field "user": expected "package" in this folder, found "root")");
 }
+
+TEST_F(DefinitionPolicy, AsksForFewAccountsBesideThePackagesOwn) {
+    int iAsked = 0;
+    fake::Platform().onCall = [&iAsked] { ++iAsked; };
+    const AccountLookup lookUp = LookUpFewBeside(ALICE);
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_EQ(lookUp("nobody-" + std::to_string(i)), std::nullopt);
+        EXPECT_EQ(lookUp("nobody-0"), std::nullopt);
+    }
+    EXPECT_EQ(iAsked, 8);
+    EXPECT_EQ(lookUp("alice"), std::nullopt) << "the definitions before it used the questions up";
+    const AccountLookup another = LookUpFewBeside(ALICE);
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_EQ(another("alice"), ALICE);
+        EXPECT_EQ(another("bob"), BOB);
+    }
+    EXPECT_EQ(iAsked, 10);
+}

@@ -163,9 +163,8 @@ TEST_F(DefinitionScanTest, TakesNoMoreBytesOfAPackageThanItsLimit) {
         _folders.PutText(PackageFolder("large"), std::to_string(i) + ".conf", strText);
     }
     const DefinitionScan scan = ScanDefinitions();
-    EXPECT_EQ(Lines(scan),
-              Texts{PackageFolder("large") + ": holds more than 4 MiB of definitions: \"26.conf\" and what "
-                                             "follows by name is refused"});
+    EXPECT_EQ(Lines(scan), Texts{PackageFolder("large") + ": holds more than 4194304 bytes: \"26.conf\" and what "
+                                                          "follows by name is refused"});
 }
 
 TEST_F(DefinitionScanTest, TakesNoMorePackagesThanTheLimit) {
