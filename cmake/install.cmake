@@ -42,6 +42,22 @@ install(TARGETS crond platform EXPORT vukocrond LIBRARY DESTINATION ${CMAKE_INST
 install(TARGETS vukocrond_service RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
 install(FILES docs/man/vukocrond.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 
+# Below the prefix like all else, in the folder that systemd has for units of packages. Where the prefix is /usr, a
+# package sets CMAKE_INSTALL_SYSCONFDIR to /etc, which is where logrotate looks.
+set(VUKO_INSTALL_UNITS lib/systemd/system)
+pkg_get_variable(VUKO_SYSTEMD_UNITS systemd systemdsystemunitdir)
+if(VUKO_SYSTEMD_UNITS)
+  string(REGEX REPLACE "^/(usr/)?" "" VUKO_INSTALL_UNITS ${VUKO_SYSTEMD_UNITS})
+endif()
+# The unit names the program where it is installed, which is known when it is.
+install(CODE "
+  cmake_path(APPEND VUKO_SBINDIR \"\${CMAKE_INSTALL_PREFIX}\" \"${CMAKE_INSTALL_SBINDIR}\")
+  configure_file(\"${PROJECT_SOURCE_DIR}/packaging/vukocrond.service.in\"
+    \"${CMAKE_CURRENT_BINARY_DIR}/vukocrond.service\" @ONLY)")
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vukocrond.service DESTINATION ${VUKO_INSTALL_UNITS})
+install(FILES packaging/vukocrond.tmpfiles DESTINATION lib/tmpfiles.d RENAME vukocrond.conf)
+install(FILES packaging/vukocrond.logrotate DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}/logrotate.d RENAME vukocrond)
+
 install(EXPORT vukocrond NAMESPACE vuko:: FILE vukocrondTargets.cmake DESTINATION ${VUKO_INSTALL_PACKAGE})
 configure_package_config_file(cmake/vukocrondConfig.cmake.in ${CMAKE_CURRENT_BINARY_DIR}/vukocrondConfig.cmake
   INSTALL_DESTINATION ${VUKO_INSTALL_PACKAGE} NO_SET_AND_CHECK_MACRO)

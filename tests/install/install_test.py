@@ -82,6 +82,14 @@ class Install(unittest.TestCase):
     def test_the_manual_page_of_the_service_is_there(self):
         self.assertIn("vukocrond", (self.tree / "share/man/man8/vukocrond.8").read_text(encoding="utf-8"))
 
+    def test_the_unit_names_the_program_where_it_was_installed(self):
+        unit = (self.tree / "lib/systemd/system/vukocrond.service").read_text(encoding="utf-8")
+        self.assertIn(f"\nExecStart=/{PREFIX}/sbin/vukocrond\n", unit)
+
+    def test_the_folders_and_the_rotation_are_there(self):
+        self.assertIn("/tmp/vukocrond", (self.tree / "lib/tmpfiles.d/vukocrond.conf").read_text(encoding="utf-8"))
+        self.assertIn("nocreate", (self.tree / "etc/logrotate.d/vukocrond").read_text(encoding="utf-8"))
+
 
 if __name__ == "__main__":
     unittest.main(argv=sys.argv[:1])
