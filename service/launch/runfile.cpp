@@ -72,13 +72,13 @@ RunFile::RunFile(const std::string& strPath, const std::string& strBootId) {
     static_assert(offsetof(Layout, aSlots) == sizeof(RunSlot));
     std::string strFault;
     try {
-        if (OpenExisting(strPath, strBootId, strFault) && strFault.empty() && !_bNew) {
-            return;
-        }
-        if (!strFault.empty()) {
+        const Found eFound = OpenExisting(strPath, strBootId, strFault);
+        if (eFound == Found::Unusable) {
             SetAside(strPath, strFault);
         }
-        Make(strPath, strBootId);
+        if (eFound != Found::FromThisBoot) {
+            Make(strPath, strBootId);
+        }
     } catch (...) {
         Unmap();
         throw;
@@ -89,30 +89,35 @@ RunFile::~RunFile() {
     Unmap();
 }
 
-bool RunFile::OpenExisting(const std::string& strPath, const std::string& strBootId, std::string& strFault) {
+RunFile::Found RunFile::OpenExisting(const std::string& strPath, const std::string& strBootId, std::string& strFault) {
     const UniqueFd fd(open(strPath.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!fd && errno == ENOENT) {
-        return false;
+        return Found::Nothing;
     }
-    if (!fd && errno != ELOOP && errno != EISDIR && errno != ENXIO && errno != EACCES) {
-        Throw(strPath, "cannot be opened");
+    if (!fd) {
+        if (errno != ELOOP && errno != EISDIR && errno != ENXIO && errno != EACCES) {
+            Throw(strPath, "cannot be opened");
+        }
+        strFault = strerror(errno);
+        return Found::Unusable;
     }
     struct stat stFile = {};
-    if (!fd) {
-        strFault = strerror(errno);
-    } else if (fstat(fd.Get(), &stFile) != 0) {
+    if (fstat(fd.Get(), &stFile) != 0) {
         Throw(strPath, "cannot be looked at");
-    } else if (const char* const szFault = FaultOfFile(stFile, sizeof(Layout)); szFault != nullptr) {
-        strFault = szFault;
-    } else {
-        Map(fd.Get());
-        const char* const szContent = FaultOfContent();
-        strFault = szContent == nullptr ? "" : szContent;
-        _bNew = strFault.empty() && strBootId != _pLayout->szBootId;
-        // Looking through the slots has touched all of the memory, most of which is never used.
-        madvise(_pLayout, sizeof(Layout), MADV_DONTNEED);
     }
-    return true;
+    const char* szFault = FaultOfFile(stFile, sizeof(Layout));
+    if (szFault == nullptr) {
+        Map(fd.Get());
+        szFault = FaultOfContent();
+    }
+    if (szFault != nullptr) {
+        strFault = szFault;
+        return Found::Unusable;
+    }
+    const bool bThisBoot = strBootId == _pLayout->szBootId;
+    // Looking through the slots has touched all of the memory, most of which is never used.
+    madvise(_pLayout, sizeof(Layout), MADV_DONTNEED);
+    return bThisBoot ? Found::FromThisBoot : Found::FromAnotherBoot;
 }
 
 /// It gets its name when it is whole, so that whoever is killed in between leaves none that is not.

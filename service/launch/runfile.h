@@ -33,9 +33,10 @@ private:
         RunSlot aSlots[RUN_SLOTS];
     };
 
-    /// @return false when there is no file; why it cannot be used goes to `strFault`, which stays empty for one that
-    ///         can, or that another boot left.
-    bool OpenExisting(const std::string& strPath, const std::string& strBootId, std::string& strFault);
+    enum class Found { Nothing, FromThisBoot, FromAnotherBoot, Unusable };
+
+    /// Maps the file where it can be used, whatever its boot. Why it cannot goes to `strFault`.
+    Found OpenExisting(const std::string& strPath, const std::string& strBootId, std::string& strFault);
     void Make(const std::string& strPath, const std::string& strBootId);
     void Map(int iFd);
     void Unmap();

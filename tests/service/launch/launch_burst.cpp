@@ -58,6 +58,9 @@ int main(int argc, char** argv) {
             return 1;
         }
         vecStarts.push_back(MillisecondsSince(tOne));
+        if (i % 2000 == 0) { // a table holds no more than some thousand launches
+            Hear(site, heard);
+        }
     }
     const double dStarted = MillisecondsSince(tStart);
     while (heard.iReaped < iCount && MillisecondsSince(tStart) < 60000) {

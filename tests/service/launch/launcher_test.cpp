@@ -17,13 +17,11 @@
 #include "service/launch/processid.h"
 #include "service/launch/reaper.h"
 #include "tests/launch/job_documents.h"
-#include "tests/service/launch/launch_fixture.h"
-#include "tests/support/captured_syslog.h"
-#include "tests/support/forked.h"
+#include "tests/service/launch/launches.h"
 
 using namespace VUKO::VUKOCrond;
 using namespace VUKO::VUKOCrond::Service;
-using launch_test::Eventually;
+using launch_test::Launches;
 using launch_test::Texts;
 
 namespace {
@@ -44,34 +42,6 @@ extern "C" VUKO_API pid_t fork() noexcept {
 namespace {
 
 using Kind = RunReport::Kind;
-
-class Launches : public testing::Test {
-protected:
-    support::CapturedSyslog _log;
-    launch_test::LaunchSite _site;
-
-    ~Launches() override {
-        ReapChildren();
-        EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child is left";
-        for (const std::string& strMessage : _log.Take()) { // a child whose line another one has moved on says so
-            EXPECT_EQ(strMessage.rfind("<3>memorylogger:50 ", 0), 0U) << strMessage;
-        }
-    }
-
-    RunStage StageOf(RunId uRun) {
-        const std::optional<RunRecord> record = _site.Table().Find(uRun);
-        return record ? record->eStage : RunStage::Free;
-    }
-    void AwaitStage(RunId uRun, RunStage eStage) {
-        EXPECT_TRUE(Eventually([&] { return StageOf(uRun) == eStage; })) << uRun;
-    }
-    /// Kills a child and reaps it.
-    static void Kill(pid_t pid, int iSignal) {
-        kill(pid, iSignal);
-        const int iStatus = support::WaitFor(pid);
-        EXPECT_TRUE(WIFSIGNALED(iStatus) && WTERMSIG(iStatus) == iSignal) << iStatus;
-    }
-};
 
 Json::Value ReadReport(const std::string& strPath) {
     Json::Value js;
@@ -349,54 +319,6 @@ TEST_F(Launches, AreOverWhenTheProgramEndsWhateverItLeftBehind) {
     support::WriteFile(_site / "stop", "");
     EXPECT_EQ(support::WaitFor(pid), 0); // goes on for as long as there may be output
     EXPECT_EQ(_site.Output("job"), "early\nlate\n");
-}
-
-TEST_F(Launches, KeepTheirOutputInAFileThatIsBounded) {
-    _site.StartShell(1, "echo out; echo err >&2");
-    EXPECT_EQ(support::WaitFor(-1), 0);
-    EXPECT_EQ(_site.Output("job"), "out\nerr\n");
-    EXPECT_EQ(support::ModeOf(_site / "output/job.log"), 0600);
-    EXPECT_EQ(support::ModeOf(_site / "output"), 0755);
-    _site.StartShell(2, "head -c 5000000 /dev/zero | tr '\\0' x; echo; echo end");
-    EXPECT_EQ(support::WaitFor(-1), 0);
-    const std::string strOutput = _site.Output("job");
-    EXPECT_LE(strOutput.size(), std::size_t{1} << 20);
-    EXPECT_EQ(strOutput.rfind("vukocrond: 10", 0), 0U) << strOutput.substr(0, 60);
-    EXPECT_NE(strOutput.find(" bytes of older output were dropped\nx"), std::string::npos);
-    EXPECT_EQ(strOutput.substr(strOutput.size() - 6), "x\nend\n");
-}
-
-TEST_F(Launches, KeepTheirOutputFromLeavingItsFolder) {
-    CronJob job = launch_test::JobOf({"/bin/echo", "text"});
-    LaunchOrder order = _site.Order(1);
-    order.strIdentifier = "../a/b c\n";
-    _site.TheLauncher().Start(job, order);
-    support::WaitFor(-1);
-    EXPECT_EQ(_site.Output("_.._a_b_c_"), "text\n");
-}
-
-TEST_F(Launches, DropOutputRatherThanFollowALink) {
-    ASSERT_EQ(mkdir((_site / "output").c_str(), 0755), 0);
-    support::WriteFile(_site / "target", "old");
-    ASSERT_EQ(symlink((_site / "target").c_str(), (_site / "output/job.log").c_str()), 0);
-    _site.StartShell(1, "echo text; readlink /proc/self/fd/2 > " + (_site / "where"));
-    EXPECT_EQ(_site.AwaitEnd(1).iCode, 0);
-    support::WaitFor(-1);
-    EXPECT_EQ(support::ReadFile(_site / "target"), "old");
-    EXPECT_EQ(support::ReadFile(_site / "where"), "/dev/null\n");
-    EXPECT_EQ(_log.Take(), Texts{"<4>joboutput:1 the output of job is dropped: job.log: Too many levels of symbolic "
-                                 "links"});
-}
-
-TEST_F(Launches, DropOutputRatherThanTrustAFolderOfOthers) {
-    ASSERT_EQ(mkdir((_site / "output").c_str(), 0755), 0);
-    ASSERT_EQ(chmod((_site / "output").c_str(), 0777), 0);
-    _site.StartShell(1, "echo text");
-    EXPECT_EQ(_site.AwaitEnd(1).iCode, 0);
-    support::WaitFor(-1);
-    EXPECT_EQ(_log.Take(),
-              Texts{"<4>joboutput:1 the output of job is dropped: " + (_site / "output") + ": others can write in it"});
-    EXPECT_FALSE(support::Exists(_site / "output/job.log"));
 }
 
 } // namespace
