@@ -54,6 +54,19 @@ bool HoldsOurTables(const Connection& connection) {
     return std::is_permutation(vecFound.begin(), vecFound.end(), TABLES.begin(), TABLES.end());
 }
 
+/// Two bytes of a database say by which kind of journal it is written and read. With others than ours SQLite takes it
+/// for one that it may only read, and a copy of it, too. (Read through SQLite's own descriptor: its lock goes when any
+/// other one is closed.)
+bool IsOfOurFormat(const Connection& connection) {
+    constexpr int FORMAT_OFFSET = 18;
+    constexpr unsigned char ROLLBACK_JOURNAL = 1;
+    sqlite3_file* file = nullptr;
+    unsigned char uszFormat[2] = {};
+    return sqlite3_file_control(connection.Get(), "main", SQLITE_FCNTL_FILE_POINTER, &file) == SQLITE_OK &&
+           file->pMethods->xRead(file, uszFormat, sizeof(uszFormat), FORMAT_OFFSET) == SQLITE_OK &&
+           uszFormat[0] == ROLLBACK_JOURNAL && uszFormat[1] == ROLLBACK_JOURNAL;
+}
+
 } // namespace
 
 void MakeTables(Connection& connection) {
@@ -80,6 +93,9 @@ std::string WhyNotOurs(const Connection& connection) {
                (iVersion > SCHEMA_VERSION ? ", of a newer service; this one knows version "
                                           : "; this service knows version ") +
                std::to_string(SCHEMA_VERSION);
+    }
+    if (!IsOfOurFormat(connection)) {
+        return "is damaged: of a format that no service writes";
     }
     if (!HoldsOurTables(connection)) {
         return "has other tables than its version has";

@@ -1,5 +1,7 @@
 #include "service/state/statestore.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <limits>
 
@@ -76,6 +78,12 @@ struct StateStore::Private {
 
     /// A copy that was found corrupt is not called closed, so that the next one to open it looks at all of it.
     ~Private() {
+        if (getpid() != _pidOwner) {
+            // A forked child's: closing would end the transaction that the service may be in.
+            static_cast<void>(_statements.release());
+            static_cast<void>(_copy.connection.release());
+            return;
+        }
         Rollback();
         try {
             if (!_bCorrupt) {
@@ -102,26 +110,15 @@ struct StateStore::Private {
         Open();
     }
 
-    void Begin() {
-        Query(_statements->begin).Run();
-        _bChanged = false;
-    }
-
-    void Commit() {
-        if (_bChanged && !_copy.bAhead) {
-            Query(_statements->setAhead, 1).Run();
-        }
-        Query(_statements->commit).Run();
-        _copy.bAhead = _copy.bAhead || _bChanged;
-    }
-
-    /// Does one of the changes of a transaction, all of which are undone when it fails.
+    /// Remembers when damage came to light.
     template <typename Body>
-    auto Change(Body body) {
-        if (!_copy.connection->IsInTransaction()) {
-            throw StateError(Escaped(_strWorking) + ": a change outside of a transaction");
+    auto Watched(Body body) {
+        try {
+            return body();
+        } catch (const SqliteError& error) {
+            _bCorrupt = _bCorrupt || error.IsCorruption();
+            throw;
         }
-        return OrRollback(body);
     }
 
     template <typename Body>
@@ -134,15 +131,26 @@ struct StateStore::Private {
         }
     }
 
-    /// Remembers when damage came to light.
+    /// Does one of the changes of a transaction, all of which are undone when it fails.
     template <typename Body>
-    auto Watched(Body body) {
-        try {
-            return body();
-        } catch (const SqliteError& error) {
-            _bCorrupt = _bCorrupt || error.IsCorruption();
-            throw;
+    auto Change(Body body) {
+        if (!_copy.connection->IsInTransaction()) {
+            throw StateError(Escaped(_strWorking) + ": a change outside of a transaction");
         }
+        return OrRollback(body);
+    }
+
+    void Begin() {
+        OrRollback([this] { return Query(_statements->begin).Run(); });
+        _bChanged = false;
+    }
+
+    void Commit() {
+        if (_bChanged && !_copy.bAhead) {
+            Query(_statements->setAhead, 1).Run();
+        }
+        Query(_statements->commit).Run();
+        _copy.bAhead = _copy.bAhead || _bChanged;
     }
 
     void Rollback() noexcept {
@@ -248,6 +256,7 @@ struct StateStore::Private {
     std::size_t _uRowNotes = 0;
     WorkingCopy _copy;
     std::unique_ptr<Statements> _statements;
+    const pid_t _pidOwner = getpid();
     bool _bChanged = false; ///< in this transaction
     bool _bCorrupt = false; ///< found since it was opened
 };

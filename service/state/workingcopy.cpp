@@ -34,16 +34,23 @@ bool WasClosed(const Connection& connection) {
     return query.Step() && query.Int(0) == 1;
 }
 
-enum class Belief { Never, WhenClosed };
+void MarkOpen(Connection& working) {
+    working.Run("UPDATE copy SET closed = 0", "mark the working copy");
+}
+
+enum class Role { Working, Persistent };
 
 /// Opens a database by a function, unless its content is at fault.
 template <typename Open>
-MaybeConnection OpenUndamaged(std::string& strWhy, Belief eBelief, Open open) {
+MaybeConnection OpenUndamaged(std::string& strWhy, Role eRole, Open open) {
     try {
         MaybeConnection connection = open();
         strWhy = WhyNotOurs(*connection);
-        if (strWhy.empty() && (eBelief == Belief::Never || !WasClosed(*connection))) {
+        if (strWhy.empty() && (eRole == Role::Persistent || !WasClosed(*connection))) {
             strWhy = WhyDamaged(*connection);
+        }
+        if (strWhy.empty() && eRole == Role::Working) {
+            MarkOpen(*connection);
         }
         return strWhy.empty() ? std::move(connection) : nullptr;
     } catch (const SqliteError& error) {
@@ -55,16 +62,11 @@ MaybeConnection OpenUndamaged(std::string& strWhy, Belief eBelief, Open open) {
     }
 }
 
-/// SQLite opens what it cannot write for reading only, and so it does with a file that asks for it: no service ever
-/// did.
+/// SQLite opens what it cannot write for reading only, and fails later.
 void RefuseReadOnly(const Connection& connection) {
-    if (sqlite3_db_readonly(connection.Get(), "main") == 0) {
-        return;
-    }
-    if (access(connection.Path().c_str(), W_OK) != 0) {
+    if (sqlite3_db_readonly(connection.Get(), "main") != 0 && access(connection.Path().c_str(), W_OK) != 0) {
         throw StateError(Escaped(connection.Path()) + ": cannot be written: " + strerror(errno));
     }
-    throw SqliteError(SQLITE_CORRUPT, Escaped(connection.Path()), "it is of a format for reading only");
 }
 
 MaybeConnection OpenLocked(const std::string& strPath) {
@@ -77,14 +79,13 @@ MaybeConnection OpenLocked(const std::string& strPath) {
 
 /// Opens a copy by a function if there is one and it can be used; else it is set aside.
 template <typename Open>
-MaybeConnection OpenExisting(const std::string& strPath, Belief eBelief, std::vector<std::string>& vecNotes,
-                             Open open) {
+MaybeConnection OpenExisting(const std::string& strPath, Role eRole, std::vector<std::string>& vecNotes, Open open) {
     if (!IsThere(strPath)) {
         return nullptr;
     }
     std::string strWhy = WhyNoStateFile(strPath);
     if (strWhy.empty()) {
-        if (MaybeConnection connection = OpenUndamaged(strWhy, eBelief, open)) {
+        if (MaybeConnection connection = OpenUndamaged(strWhy, eRole, open)) {
             return connection;
         }
     }
@@ -95,7 +96,7 @@ MaybeConnection OpenExisting(const std::string& strPath, Belief eBelief, std::ve
 /// A persistent copy that cannot be used keeps nobody from working.
 MaybeConnection OpenPersistent(const std::string& strPath, std::vector<std::string>& vecNotes) {
     try {
-        return OpenExisting(strPath, Belief::Never, vecNotes,
+        return OpenExisting(strPath, Role::Persistent, vecNotes,
                             [&] { return std::make_unique<Connection>(strPath, Connection::Access::Unchanging); });
     } catch (const StateError& error) {
         vecNotes.push_back(std::string(error.what()) + ": it is not used");
@@ -120,10 +121,6 @@ void MakeWorkingCopy(const std::string& strPath, const Connection* source) {
 
 } // namespace
 
-void MarkOpen(Connection& working) {
-    working.Run("UPDATE copy SET closed = 0", "mark the working copy");
-}
-
 void MarkClosed(Connection& working) {
     working.Run("UPDATE copy SET closed = 1; PRAGMA journal_mode = DELETE", "mark the working copy");
 }
@@ -131,14 +128,12 @@ void MarkClosed(Connection& working) {
 WorkingCopy OpenWorkingCopy(const std::string& strWorking, const std::string& strPersistent,
                             std::vector<std::string>& vecNotes) {
     WorkingCopy copy;
-    copy.connection = OpenExisting(strWorking, Belief::WhenClosed, vecNotes, [&] { return OpenLocked(strWorking); });
+    copy.connection = OpenExisting(strWorking, Role::Working, vecNotes, [&] { return OpenLocked(strWorking); });
     if (!copy.connection) {
         copy.bFresh = true;
         MakeWorkingCopy(strWorking, OpenPersistent(strPersistent, vecNotes).get());
         copy.connection = OpenLocked(strWorking);
-    }
-    MarkOpen(*copy.connection);
-    if (copy.bFresh) {
+        MarkOpen(*copy.connection);
         return copy;
     }
     Statement ahead(*copy.connection, "SELECT ahead FROM copy", "read the working copy");

@@ -179,6 +179,19 @@ TEST_F(Damage, IsAVersionThatIsNotKnown) {
     ExpectOlder("is of version 0; this service knows version 1");
 }
 
+TEST_F(Damage, IsAFileThatAsksToBeReadOnly) {
+    for (std::string* const pstrContent : {&_strClosed, &_strPersisted}) {
+        (*pstrContent)[18] = 3; // the version of the format for writing
+    }
+    Put(_strWorking, _strClosed);
+    ExpectOlder("is damaged: of a format that no service writes");
+    fs::remove(_strWorking);
+    Put(_strPersistent, _strPersisted);
+    StateStore store(_strWorking, _strPersistent);
+    EXPECT_EQ(store.Notes().size(), 1U);
+    EXPECT_EQ(Describe(store), EMPTY);
+}
+
 TEST_F(Damage, IsAnotherProgramsDatabase) {
     Alter(_strWorking, "PRAGMA application_id = 7");
     ExpectOlder("is not a state of this service");

@@ -81,6 +81,7 @@ protected:
     support::TracedBody Script(bool bWhole) const {
         return [this, bWhole] {
             StateStore store(_strWorking, _strPersistent);
+            Told().Append("opened");
             Transact(store, [&] { First(store); });
             Told().Append("first");
             if (!bWhole) {
@@ -105,9 +106,13 @@ protected:
         return std::find(vecTold.begin(), vecTold.end(), szWhat) != vecTold.end();
     }
 
+    int PersistentIndex() const {
+        return support::ReadFile(_strPersistent) == _strOldPersistent ? 0 : IndexOf(DescribePersistent());
+    }
+
     /// @return the working copy's state.
     int LookAfterKill() {
-        const int iPersistent = IndexOf(DescribePersistent());
+        const int iPersistent = PersistentIndex();
         EXPECT_EQ(iPersistent, WasTold("persisted") ? 1 : std::max(0, iPersistent));
         EXPECT_LE(iPersistent, WasTold("first") ? 1 : 0);
         StateStore store(_strWorking, _strPersistent);
@@ -120,11 +125,12 @@ protected:
         return iWorking;
     }
 
-    /// Kills the script before each of its system calls: what is before one is behind the one before.
+    /// Kills the script before its system calls: what is before one is behind the one before.
+    /// @param iOpeningStep  while the store is being opened, only before each so manieth.
     /// @return how often it was killed with each of the states.
-    std::vector<int> KillEverywhere(bool bWhole, const std::function<void()>& prepare) {
+    std::vector<int> KillEverywhere(bool bWhole, int iOpeningStep, const std::function<void()>& prepare) {
         std::vector<int> vecSeen(3);
-        for (int iStop = 1; !HasFailure(); iStop += 2) {
+        for (int iStop = 1; !HasFailure(); iStop += 2 * (WasTold("opened") ? 1 : iOpeningStep)) {
             SCOPED_TRACE("killed at stop " + std::to_string(iStop));
             Reset();
             prepare();
@@ -154,14 +160,14 @@ bool IsChange(long lNumber) {
 } // namespace
 
 TEST_F(Kill, AnywhereLeavesTheStateBeforeOrAfterACommit) {
-    const std::vector<int> vecSeen = KillEverywhere(true, [] {});
+    const std::vector<int> vecSeen = KillEverywhere(true, 3, [] {});
     EXPECT_GT(vecSeen[0], 10);
     EXPECT_GT(vecSeen[1], 10);
     EXPECT_GT(vecSeen[2], 1);
 }
 
 TEST_F(Kill, AnywhereWhileTheWorkingCopyIsMadeLeavesThePersistentOne) {
-    const std::vector<int> vecSeen = KillEverywhere(false, [this] { fs::remove(_strWorking); });
+    const std::vector<int> vecSeen = KillEverywhere(false, 2, [this] { fs::remove(_strWorking); });
     EXPECT_GT(vecSeen[0], 10);
     EXPECT_GT(vecSeen[1], 1);
 }
@@ -233,7 +239,7 @@ TEST_F(Kill, OfCallsLeavesTheStateBeforeAndTheNextAttemptSucceeds) {
             EXPECT_EQ(WasTold("replaced"),
                       WasTold("persist failed") &&
                           std::count(failed->vecBefore.begin(), failed->vecBefore.end(), SYS_rename) > 0);
-            EXPECT_EQ(DescribePersistent(), _vecStates[1]);
+            EXPECT_EQ(PersistentIndex(), 1);
             StateStore store(_strWorking, _strPersistent);
             EXPECT_EQ(store.Notes(), std::vector<std::string>());
             EXPECT_EQ(Describe(store), _vecStates[1]);

@@ -6,6 +6,7 @@
 
 #include "service/state/sqlite.h"
 #include "tests/service/state/state_fixture.h"
+#include "tests/support/forked.h"
 
 namespace fs = std::filesystem;
 using namespace state;
@@ -279,6 +280,37 @@ TEST_F(State, IsAsBeforeATransactionThatWasNeverCommitted) {
     StateStore store(_strWorking, _strPersistent);
     EXPECT_EQ(Describe(store), strBefore);
     EXPECT_EQ(store.Notes(), Notes());
+}
+
+TEST_F(State, UndoesATransactionThatIsBegunTwice) {
+    StateStore store(_strWorking, _strPersistent);
+    store.Begin();
+    store.PutJob(Job("backup"));
+    EXPECT_EQ(ErrorOf([&] { store.Begin(); }),
+              _strWorking + ": cannot begin a transaction: cannot start a transaction within a transaction");
+    EXPECT_TRUE(store.Load().vecJobs.empty());
+    EXPECT_EQ(AddJob(store, Job("backup")), 1);
+}
+
+TEST_F(State, IsNotTouchedByAForkedChildThatDropsIt) {
+    auto store = std::make_unique<StateStore>(_strWorking, _strPersistent);
+    AddJob(*store, Job("backup"));
+    store->Begin();
+    StoredJob large = Job("large");
+    large.strSchedule.assign(500000, 'x'); // more than is kept in memory: the journal is needed
+    store->PutJob(large);
+    support::RunForked([&](int) {
+        store.reset();
+        return 0;
+    });
+    store->Rollback();
+    EXPECT_EQ(store->Load().vecJobs.size(), 1U);
+    const support::ChildEnd end = support::RunForked(
+        [&](int) { return ErrorOf([&] { StateStore second(_strWorking, _strPersistent); }).empty() ? 1 : 0; });
+    EXPECT_EQ(end.iExitStatus, 0) << "the lock is gone";
+    AddJob(*store, large);
+    store.reset();
+    EXPECT_EQ(StateStore(_strWorking, _strPersistent).Load().vecJobs.size(), 2U);
 }
 
 TEST_F(State, IsDirtyUntilItIsPersistedAlsoAfterARestart) {
