@@ -298,6 +298,8 @@ std::vector<std::string> Scanner::NamesIn(const OpenFolder& folder, bool (*pIsWa
         Refuse({folder.strPath}, std::string("cannot be listed: ") + strerror(errno));
     }
     std::sort(vecNames.begin(), vecNames.end());
+    // A name that is renamed over while the folder is listed may be given twice.
+    vecNames.erase(std::unique(vecNames.begin(), vecNames.end()), vecNames.end());
     return vecNames;
 }
 

@@ -3,13 +3,17 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sched.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <functional>
+#include <new>
 #include <stdexcept>
 #include <string>
 
@@ -42,13 +46,14 @@ inline bool StrangerCan(const std::function<bool()>& body) {
 /// The stranger doing one thing over and over, for as long as this object lives.
 class BusyStranger {
 public:
-    explicit BusyStranger(const std::function<void()>& body) : _pid(fork()) {
+    explicit BusyStranger(const std::function<void()>& body) : _pRounds(NewCounter()), _pid(fork()) {
         if (_pid == 0) {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
             try {
                 BecomeStranger();
                 for (;;) {
                     body();
+                    ++*_pRounds;
                 }
             } catch (...) {
                 _exit(1);
@@ -60,11 +65,30 @@ public:
         EXPECT_EQ(waitpid(_pid, nullptr, WNOHANG), 0) << "it gave up before its time";
         kill(_pid, SIGKILL);
         support::WaitFor(_pid);
+        munmap(_pRounds, sizeof(*_pRounds));
     }
+
+    /// How often it has done it by now. Gives way, so that its turn comes where there is one processor for both.
+    int Rounds() const {
+        sched_yield();
+        return *_pRounds;
+    }
+
     BusyStranger(const BusyStranger&) = delete;
     BusyStranger& operator=(const BusyStranger&) = delete;
 
 private:
+    using Counter = std::atomic<int>;
+
+    static Counter* NewCounter() {
+        void* const pShared = mmap(nullptr, sizeof(Counter), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+        if (pShared == MAP_FAILED) {
+            throw std::runtime_error("mmap");
+        }
+        return new (pShared) Counter(0);
+    }
+
+    Counter* _pRounds;
     pid_t _pid;
 };
 
