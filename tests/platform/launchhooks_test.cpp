@@ -175,6 +175,8 @@ TEST(Exec, RunsNoHandlerOfTheCallersInTheProgramsProcess) {
     // Signals for the whole group reach the program's process too, while it still has the caller's memory.
     const support::ChildEnd end = support::RunForked([](int) {
         setpgid(0, 0);
+        static pid_t pidSelf = getpid();
+        signal(SIGUSR1, [](int) { iHandled = iHandled + (getpid() == pidSelf ? 0 : 1); });
         const pid_t pidStorm = fork();
         if (pidStorm == 0) {
             signal(SIGUSR1, SIG_IGN);
@@ -183,8 +185,6 @@ TEST(Exec, RunsNoHandlerOfTheCallersInTheProgramsProcess) {
             }
             _exit(0);
         }
-        static pid_t pidSelf = getpid();
-        signal(SIGUSR1, [](int) { iHandled = iHandled + (getpid() == pidSelf ? 0 : 1); });
         for (int iRound = 0; iRound < 100; ++iRound) {
             char szTrue[] = "true";
             char* const aszArguments[] = {szTrue, nullptr};
