@@ -78,6 +78,14 @@ std::string CodeOf(const Json::Value& jsReply) {
     return jsReply.isObject() && jsReply["ok"] == false ? jsReply["error"]["code"].asString() : std::string();
 }
 
+int TurnLoop(sd_event* pEvent) {
+    int iTurns = 0;
+    while (sd_event_run(pEvent, 0) > 0) {
+        ++iTurns;
+    }
+    return iTurns;
+}
+
 ControlTest::ControlTest(Service::ControlServer::Limits limits)
     : _strPath(_dir / "control.sock"), _event(NewLoop(), sd_event_unref) {
     Serve(limits);
@@ -91,14 +99,6 @@ void ControlTest::Serve(const Service::ControlServer::Limits& limits) {
             return Handle(jsRequest, peer, reply);
         },
         limits);
-}
-
-int ControlTest::Turn() {
-    int iTurns = 0;
-    while (sd_event_run(_event.get(), 0) > 0) {
-        ++iTurns;
-    }
-    return iTurns;
 }
 
 Json::Value ControlTest::Ask(const Client& client, const std::string& strPacket) {

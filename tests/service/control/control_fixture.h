@@ -41,6 +41,9 @@ Json::Value Request(const std::string& strVerb, const Json::Value& jsId = Json::
 /// The "code" of an error reply; empty for any other document.
 std::string CodeOf(const Json::Value& jsReply);
 
+/// Lets a loop work until nothing is left to do at once. @return how many turns that took.
+int TurnLoop(sd_event* pEvent);
+
 /// A server in a folder of its own, in a loop that turns on demand. It answers "echo" with the request, "who" with the
 /// peer, "large" with so many bytes, "later" by a Reply that is kept, and fails for "refuse" and "break".
 class ControlTest : public testing::Test {
@@ -49,8 +52,7 @@ protected:
 
     /// Restarts the server with other limits.
     void Serve(const Service::ControlServer::Limits& limits);
-    /// Lets the loop work until nothing is left to do at once. @return how many turns that took.
-    int Turn();
+    int Turn() { return TurnLoop(_event.get()); }
     /// Sends a request, lets the server work and takes the reply.
     Json::Value Ask(const Client& client, const Json::Value& jsRequest);
     Json::Value Ask(const Client& client, const std::string& strPacket);
