@@ -1,10 +1,12 @@
+#include <ctime>
 #include <exception>
 #include <iostream>
+#include <utility>
 
 #include "base/syslog_line.h"
 #include "service/daemon.h"
 #include "service/definitions/definitionscan.h"
-#include "service/jobstore.h"
+#include "service/jobloader.h"
 #include "service/logtext.h"
 #include "service/options.h"
 #include "service/pidfile.h"
@@ -19,17 +21,22 @@ using namespace VUKO::VUKOCrond::Service;
 
 constexpr const char* szLogSource = "main";
 
-/// Reads the definitions as the service would and tells what it would refuse.
+/// Reads the definitions as the service would and tells what it would refuse. The values shown are drawn for the
+/// occasion: those that the service keeps are its own.
 ExitStatus CheckDefinitions(const Options& options) {
-    JobStore store;
-    const LoadReport report = store.Load(ScanDefinitions());
-    for (const std::string& strRefusal : report.vecRefusals) {
-        std::cout << strRefusal << "\n";
+    LoadResult result = LoadJobs(ScanDefinitions(), JobTable(), KnownJobs(), ScheduleTemplate(), time(nullptr));
+    for (const Refusal& refusal : result.report.vecRefusals) {
+        std::cout << refusal.strText << "\n";
     }
     if (options.bPrintSchedule) {
-        PrintSchedule(std::cout, store.Jobs());
+        PrintSchedule(std::cout, JobTable(std::move(result.vecJobs)));
     }
-    return report.vecRefusals.empty() ? EXIT_ORDERLY : EXIT_FAILED;
+    std::cout.flush();
+    if (!std::cout) {
+        std::cerr << "vukocrond: cannot write to standard output\n";
+        return EXIT_FAILED;
+    }
+    return result.report.vecRefusals.empty() ? EXIT_ORDERLY : EXIT_FAILED;
 }
 
 ExitStatus Serve(const Options& options, const RootDir& root) {
@@ -45,7 +52,7 @@ ExitStatus Serve(const Options& options, const RootDir& root) {
         VUKO_LOG_PLAIN(LOG_ERR, 2, "%s", pidFile.WhyNot().c_str());
         return EXIT_FAILED;
     }
-    return Daemon(options).Run();
+    return Daemon(options, root).Run();
 }
 
 } // namespace

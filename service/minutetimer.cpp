@@ -11,7 +11,7 @@ namespace VUKO::VUKOCrond::Service {
 namespace {
 
 /// How long "a moment" is: short beside the lag of time(), long beside the work of asking.
-constexpr long MOMENT_NANOSECONDS = 1000000;
+constexpr long MOMENT_NANOSECONDS = 250000;
 constexpr long SECOND_NANOSECONDS = 1000000000;
 
 timespec AMomentFromNow() {

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <map>
 #include <ostream>
 #include <string>
 
@@ -35,6 +36,23 @@ std::optional<ExitStatus> ParseOptions(int iCount, const char* const* aArguments
         ->check(CLI::Validator(CLI::ExistingDirectory).description(""));
     app.add_flag("--check", options.bCheck, "Read the definitions, print what is wrong with them, and end");
     app.add_flag("--print-schedule", options.bPrintSchedule, "Print the schedule of each job after loading");
+    app.add_option("--policy", options.ePolicy,
+                   "What to make of a clock that does not run evenly: catchup (the default) makes up for minutes that "
+                   "were passed over, literal starts what matches the wall clock and nothing else")
+        ->type_name("POLICY")
+        ->transform(CLI::CheckedTransformer(
+            std::map<std::string, ClockPolicy>{{"catchup", ClockPolicy::CatchUp}, {"literal", ClockPolicy::Literal}}));
+    app.add_option("--on-stop", options.eOnStop,
+                   "What to do with running jobs when told to stop: leave them running (the default), wait for their "
+                   "end, or terminate them")
+        ->type_name("WHAT")
+        ->transform(CLI::CheckedTransformer(std::map<std::string, OnStop>{
+            {"leave", OnStop::Leave}, {"wait", OnStop::Wait}, {"terminate", OnStop::Terminate}}));
+    app.add_option("--role-file", options.strRoleFile, "Read the role, active or passive, from FILE")
+        ->type_name("FILE");
+    app.add_option("--metrics-file", options.strMetricsFile,
+                   "Write figures for the textfile collector of node_exporter to FILE once a minute")
+        ->type_name("FILE");
     try {
         app.parse(iCount, aArguments);
     } catch (const CLI::ParseError& error) {

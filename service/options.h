@@ -4,6 +4,8 @@
 #include <optional>
 #include <string>
 
+#include "service/core.h"
+
 namespace VUKO::VUKOCrond::Service {
 
 /// Exit statuses of the program.
@@ -13,6 +15,10 @@ struct Options {
     std::string strRoot;         ///< existing folder below which all folders and files lie; empty: none
     bool bCheck = false;         ///< only look at the definitions
     bool bPrintSchedule = false; ///< print what was drawn for each job after loading
+    ClockPolicy ePolicy = ClockPolicy::CatchUp;
+    OnStop eOnStop = OnStop::Leave;
+    std::string strRoleFile;    ///< empty: the usual one
+    std::string strMetricsFile; ///< empty: none is written
 };
 
 /// Reads the command line.

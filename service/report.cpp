@@ -23,8 +23,8 @@ struct FieldValues {
     std::set<int> setValues;
     bool bAny = false;
 
-    FieldValues(const CronJob& job, const char* szType) {
-        for (const int iValue : job.GetGeneratedScheduleByType(szType)) {
+    explicit FieldValues(const std::vector<int>& vecValues) {
+        for (const int iValue : vecValues) {
             setValues.insert(iValue);
         }
         bAny = setValues.contains(-1);
@@ -91,25 +91,22 @@ std::string DaysInWords(const FieldValues& days, const FieldValues& weekdays) {
     return strDays;
 }
 
-/// As the library chooses it.
-std::string AccountOf(const Json::Value& jsDefinition) {
-    const std::string strUser = jsDefinition["user"].asString();
-    const Json::Value& jsPackage = jsDefinition["package_username"];
-    return strUser.find("package") != std::string::npos && jsPackage.isString() ? jsPackage.asString() : strUser;
-}
-
 std::string Counted(std::size_t uCount, const std::string& strNoun) {
     return std::to_string(uCount) + " " + strNoun + (uCount == 1 ? "" : "s");
 }
 
 } // namespace
 
-std::string ScheduleInWords(const CronJob& job) {
-    const FieldValues minutes(job, SZK_MINUTE);
-    const FieldValues hours(job, SZK_HOUR);
-    const FieldValues days(job, SZK_DAY);
-    const FieldValues months(job, SZK_MONTH);
-    const FieldValues weekdays(job, SZK_WEEK);
+std::string ScheduleInWords(const Job& job) {
+    const std::vector<std::vector<int>> vecFields = ScheduleValues(job.strSchedule);
+    if (vecFields.size() != CronJob::GetAllScheduleTypes().size()) {
+        return "never";
+    }
+    const FieldValues minutes(vecFields[0]);
+    const FieldValues hours(vecFields[1]);
+    const FieldValues days(vecFields[2]);
+    const FieldValues months(vecFields[3]);
+    const FieldValues weekdays(vecFields[4]);
     if (minutes.IsNever() || hours.IsNever() || days.IsNever() || months.IsNever() || weekdays.IsNever()) {
         return "never";
     }
@@ -118,10 +115,12 @@ std::string ScheduleInWords(const CronJob& job) {
            (months.bAny ? std::string() : " in " + Listed(months.setValues, nameOf));
 }
 
-void PrintSchedule(std::ostream& out, const JobMap& mapJobs) {
-    for (const auto& [id, scheduled] : mapJobs) {
-        out << ToText(id) << " as " << Escaped(AccountOf(scheduled.jsDefinition)) << ": "
-            << scheduled.job.ToCurrentCrontabString() << " (" << ScheduleInWords(scheduled.job) << ")\n";
+void PrintSchedule(std::ostream& out, const JobTable& table) {
+    for (const Job& job : table.Jobs()) {
+        if (!job.bInvalid) {
+            out << ToText(job.id) << " as " << Escaped(job.strAccount) << ": " << job.strSchedule << " ("
+                << ScheduleInWords(job) << ")\n";
+        }
     }
     out.flush();
 }
@@ -129,7 +128,8 @@ void PrintSchedule(std::ostream& out, const JobMap& mapJobs) {
 std::string Summary(const LoadReport& report) {
     std::string strChanges;
     const std::pair<std::size_t, const char*> aCounts[] = {
-        {report.uNew, "new"}, {report.uChanged, "changed"}, {report.uKept, "as before"}, {report.uGone, "gone"}};
+        {report.uNew, "new"}, {report.uChanged, "changed"}, {report.uKept, "as before"}, {report.uGone, "gone"},
+        {report.uInvalid, "invalid now"}};
     for (const auto& [uCount, szWhat] : aCounts) {
         if (uCount != 0) {
             strChanges += (strChanges.empty() ? "" : ", ") + std::to_string(uCount) + " " + szWhat;

@@ -45,9 +45,9 @@ RootDir::RootDir(const std::string& strRoot) {
     }
     _strRoot = std::filesystem::canonical(strRoot).string();
     _FormerLogPaths = {CronJob::gLogger._strLogPath, CronJob::gLogger._strMemLogPath};
-    const std::string strPrefix = _strRoot == "/" ? std::string() : _strRoot;
+    _strPrefix = _strRoot == "/" ? std::string() : _strRoot;
     for (const char** const pConstant : PathConstants()) {
-        _vecMoved.push_back({pConstant, *pConstant, strPrefix + *pConstant});
+        _vecMoved.push_back({pConstant, *pConstant, _strPrefix + *pConstant});
     }
     for (const Moved& moved : _vecMoved) { // not before: the strings move while the vector grows
         *moved.pConstant = moved.strPath.c_str();
@@ -75,7 +75,7 @@ std::string RootDir::MakeFolders() const {
         {SZF_CRON_FOLDER_BUILT_IN, FOLDER_MODE},      {SZF_CRON_FOLDER_BUILT_IN_DYN, FOLDER_MODE},
         {SZF_CRON_FOLDER_PKG, FOLDER_MODE},           {SZF_CRON_FOLDER_PKG_NONROOT, FOLDER_MODE},
         {FolderOf(SZF_PIDPATH), FOLDER_MODE},         {FolderOf(SZF_CRON_LOG_EXEC), FOLDER_MODE},
-        {FolderOf(SZF_CRON_MEMLOG), TMP_FOLDER_MODE},
+        {FolderOf(SZF_CRON_MEMLOG), TMP_FOLDER_MODE}, {FolderOf(SZF_CRON_RUNTIME_CONFIG), FOLDER_MODE},
     };
     for (const auto& [strFolder, mode] : aFolders) {
         if (VUKOFSMkdirP(strFolder.c_str(), 0, 1, geteuid(), getegid(), mode) != 0) {

@@ -24,6 +24,9 @@ public:
     /// @return the reason why that failed, fit for a log line; empty when all is there.
     std::string MakeFolders() const;
 
+    /// A path of the service's own, below the folder.
+    std::string Path(const char* szPath) const { return _strPrefix + szPath; }
+
 private:
     struct Moved {
         const char** pConstant;
@@ -32,6 +35,7 @@ private:
     };
 
     std::string _strRoot;
+    std::string _strPrefix;
     std::vector<Moved> _vecMoved;
     std::pair<std::string, std::string> _FormerLogPaths;
 };

@@ -13,6 +13,7 @@
 #include <string_view>
 #include <utility>
 
+#include "crond/cronjob.h"
 #include "service/definitions/definitionfile.h"
 #include "service/definitions/definitionpolicy.h"
 #include "service/definitions/definitionreason.h"

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "service/job.h"
+#include "service/engine/jobid.h"
 
 namespace VUKO::VUKOCrond::Service {
 

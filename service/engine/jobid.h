@@ -17,4 +17,7 @@ struct JobId {
 /// The identity in one text, fit for a log line: FOLDER/NAME or FOLDER/PACKAGE/NAME.
 std::string ToText(const JobId& id);
 
+/// Reads FOLDER/NAME or FOLDER/PACKAGE/NAME. Names hold no "/", so any other text names no job.
+JobId IdFromText(const std::string& strText);
+
 } // namespace VUKO::VUKOCrond::Service

@@ -48,6 +48,9 @@ enum class EndKind : int {
     Lost = 4        ///< it is gone, and nobody was left to tell how (the machine went down, the child was killed)
 };
 
+/// "running", "exited", "signaled", "not-started", "lost".
+const char* ToText(EndKind eKind);
+
 struct RunEnd {
     EndKind eKind = EndKind::Open;
     int iCode = 0;

@@ -85,6 +85,10 @@ RunTable::RunTable(const std::string& strPath, const std::string& strBootId)
 
 RunTable::~RunTable() = default;
 
+bool RunTable::IsNew() const {
+    return _p->file.IsNew();
+}
+
 std::vector<RunRecord> RunTable::Records() const {
     std::vector<RunRecord> vecRecords;
     vecRecords.reserve(_p->mapEntries.size());

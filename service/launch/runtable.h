@@ -49,6 +49,9 @@ public:
     RunTable(const RunTable&) = delete;
     RunTable& operator=(const RunTable&) = delete;
 
+    /// Whether there was no table of this boot: what it does not hold may have been launched all the same.
+    bool IsNew() const;
+
     /// Every slot that is not free.
     std::vector<RunRecord> Records() const;
     std::optional<RunRecord> Find(RunId uRun) const;

@@ -12,7 +12,7 @@ using namespace VUKO::VUKOCrond::Service;
 namespace {
 
 std::string InWords(const std::string& strCrontab) {
-    return ScheduleInWords(service_test::BuildScheduledJob(service_test::JobDefinition("job", strCrontab)).job);
+    return ScheduleInWords(service_test::BuildJob(service_test::JobDefinition("job", strCrontab)));
 }
 
 } // namespace
@@ -42,15 +42,15 @@ TEST(Report, SaysThatAFieldWithoutAValueIsNeverMatched) {
 }
 
 TEST(Report, PrintsOneLineForEachJob) {
-    JobMap mapJobs;
     Json::Value jsDefinition = service_test::JobDefinition("index", "7 3 * * *");
     jsDefinition["user"] = "package";
     jsDefinition["package_username"] = "alice";
-    mapJobs.emplace(JobId{"pkg_nonroot", "photos", "index"}, service_test::BuildScheduledJob(jsDefinition));
-    mapJobs.emplace(JobId{"builtin", "", "backup"},
-                    service_test::BuildScheduledJob(service_test::JobDefinition("backup", "0,30 1 * * 1")));
+    std::vector<Job> vecJobs = {service_test::BuildJob(jsDefinition),
+                                service_test::BuildJob(service_test::JobDefinition("backup", "0,30 1 * * 1"))};
+    vecJobs[0].id = {"pkg_nonroot", "photos", "index"};
+    vecJobs[1].id = {"builtin", "", "backup"};
     std::ostringstream out;
-    PrintSchedule(out, mapJobs);
+    PrintSchedule(out, JobTable(std::move(vecJobs)));
     EXPECT_EQ(out.str(), "builtin/backup as root: 0,30 1 -1 -1 1 (at 01:00, 01:30 on Monday)\n"
                          "pkg_nonroot/photos/index as alice: 7 3 -1 -1 -1 (at 03:07)\n");
 }
@@ -60,11 +60,13 @@ TEST(Report, SumsUpWhatLoadingCameTo) {
     EXPECT_EQ(Summary(report), "0 jobs, 0 refusals");
     report.uJobs = 1;
     report.uNew = 1;
-    report.vecRefusals = {"x"};
+    report.vecRefusals = {{"/x.conf", "x"}};
     EXPECT_EQ(Summary(report), "1 job (1 new), 1 refusal");
     report.uJobs = 5;
     report.uChanged = 2;
     report.uKept = 2;
     report.uGone = 3;
     EXPECT_EQ(Summary(report), "5 jobs (1 new, 2 changed, 2 as before, 3 gone), 1 refusal");
+    report.uInvalid = 1;
+    EXPECT_EQ(Summary(report), "5 jobs (1 new, 2 changed, 2 as before, 3 gone, 1 invalid now), 1 refusal");
 }

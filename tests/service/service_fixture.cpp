@@ -37,15 +37,21 @@ Json::Value FromJson(const std::string& strText) {
     return jsValue;
 }
 
-ScheduledJob BuildScheduledJob(const Json::Value& jsDefinition) {
+Job BuildJob(const Json::Value& jsDefinition) {
     Json::Value jsDocument;
     jsDocument["config"] = jsDefinition;
-    ScheduledJob scheduled{"/test.conf", jsDefinition, CronJob(jsDocument), ""};
-    EXPECT_TRUE(scheduled.job._bValid);
+    CronJob record(jsDocument);
+    EXPECT_TRUE(record._bValid);
     for (const std::string& strType : CronJob::GetAllScheduleTypes()) {
-        scheduled.job.GenerateSchedule(strType, -1);
+        record.GenerateSchedule(strType, -1);
     }
-    return scheduled;
+    Job job;
+    job.id.strName = jsDefinition["name"].asString();
+    job.strFile = "/test.conf";
+    TakeDefinition(job, jsDefinition, record);
+    job.strSchedule = ScheduleToText(record);
+    job.schedule = Schedule(job.strSchedule);
+    return job;
 }
 
 ServiceFolders::ServiceFolders() : _root(_dir.Path()) {

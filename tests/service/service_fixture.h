@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "service/job.h"
+#include "service/engine/job.h"
 #include "service/rootdir.h"
 #include "tests/support/temp_dir.h"
 
@@ -18,8 +18,8 @@ Json::Value JobDefinition(const std::string& strName, const std::string& strCron
 std::string ToJson(const Json::Value& jsValue);
 Json::Value FromJson(const std::string& strText);
 
-/// A job as the store would hold it, with its schedule generated.
-VUKO::VUKOCrond::Service::ScheduledJob BuildScheduledJob(const Json::Value& jsDefinition);
+/// A job as the service would hold it, with its values drawn.
+VUKO::VUKOCrond::Service::Job BuildJob(const Json::Value& jsDefinition);
 
 /// The service's folders in a temporary folder of the test's own.
 class ServiceFolders {

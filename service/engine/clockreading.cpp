@@ -1,4 +1,4 @@
-#include "service/minuteclock.h"
+#include "service/engine/clockreading.h"
 
 #include <chrono>
 
@@ -42,20 +42,6 @@ WallMinute WallMinuteOf(std::int64_t iLocalMinute) {
     return WallMinute{iMinuteOfDay % 60, iMinuteOfDay / 60, static_cast<int>(static_cast<unsigned>(date.day())),
                       static_cast<int>(static_cast<unsigned>(date.month())),
                       static_cast<int>(std::chrono::weekday(day).c_encoding())};
-}
-
-std::vector<std::int64_t> MinuteClock::Advance(std::int64_t iNow) {
-    const std::int64_t iPassed = iNow - _iWorkedUpTo;
-    if (-MAX_LATE <= iPassed && iPassed <= 0) {
-        return {}; // worked on already: the clock was put right by a little and has to catch up
-    }
-    std::int64_t iMinute = 0 < iPassed && iPassed <= MAX_LATE ? _iWorkedUpTo + 1 : iNow;
-    std::vector<std::int64_t> vecMinutes;
-    for (; iMinute <= iNow; ++iMinute) {
-        vecMinutes.push_back(iMinute);
-    }
-    _iWorkedUpTo = iNow;
-    return vecMinutes;
 }
 
 } // namespace VUKO::VUKOCrond::Service

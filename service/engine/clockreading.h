@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <ctime>
 #include <optional>
-#include <vector>
 
 namespace VUKO::VUKOCrond::Service {
 
@@ -40,28 +39,5 @@ struct WallMinute {
 };
 
 WallMinute WallMinuteOf(std::int64_t iLocalMinute);
-
-/// Tells which minutes a tick has to work on, so that none is worked on twice in a row and a tick that comes late
-/// loses none. Knows nothing of clocks but the numbers it is given.
-class MinuteClock {
-public:
-    /// How far a tick looks back, in minutes. More than that is no lateness: the clock was set, or the machine slept.
-    static constexpr std::int64_t MAX_LATE = 5;
-
-    /// @param iWorkedUpTo  the last minute that needs no work any more.
-    explicit MinuteClock(std::int64_t iWorkedUpTo) : _iWorkedUpTo(iWorkedUpTo) {}
-
-    /// Takes note that it is minute `iNow`.
-    ///
-    /// @return the minutes to look at, oldest first, `iNow` the last of them: all since the last one worked on when
-    ///         that is at most MAX_LATE back, else `iNow` alone; nothing when `iNow` is the last one worked on, or at
-    ///         most MAX_LATE before that.
-    std::vector<std::int64_t> Advance(std::int64_t iNow);
-
-    std::int64_t WorkedUpTo() const { return _iWorkedUpTo; }
-
-private:
-    std::int64_t _iWorkedUpTo;
-};
 
 } // namespace VUKO::VUKOCrond::Service

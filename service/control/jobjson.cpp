@@ -1,0 +1,113 @@
+#include "service/control/jobjson.h"
+
+#include "service/report.h"
+
+namespace VUKO::VUKOCrond::Service {
+
+namespace {
+
+Json::Value OptionalInstant(std::int64_t iEpoch, std::int64_t iNone) {
+    return iEpoch == iNone ? Json::Value() : Json::Value(static_cast<Json::Int64>(iEpoch));
+}
+
+Json::Value LastRun(const Job& job) {
+    if (job.uLastRun == 0) {
+        return Json::Value();
+    }
+    Json::Value jsRun(Json::objectValue);
+    jsRun["run"] = static_cast<Json::UInt64>(job.uLastRun);
+    jsRun["end"] = ToText(job.eLastEnd);
+    jsRun["code"] = job.iLastCode;
+    jsRun["endedUsec"] = static_cast<Json::Int64>(job.iLastEndUsec);
+    jsRun["durationUsec"] = static_cast<Json::Int64>(job.iLastDurationUsec);
+    return jsRun;
+}
+
+} // namespace
+
+const char* StateOf(const Job& job) {
+    if (job.bInvalid) {
+        return "invalid";
+    }
+    if (job.uRunning != 0) {
+        return "running";
+    }
+    if (job.IsPending()) {
+        return "pending";
+    }
+    return job.bEnabled ? "waiting" : "disabled";
+}
+
+Json::Value JobToJson(const Job& job) {
+    Json::Value jsJob(Json::objectValue);
+    jsJob["name"] = job.id.strName;
+    jsJob["folder"] = job.id.strFolder;
+    jsJob["package"] = job.id.strPackage.empty() ? Json::Value() : Json::Value(job.id.strPackage);
+    jsJob["id"] = ToText(job.id);
+    jsJob["file"] = job.strFile;
+    jsJob["account"] = job.strAccount;
+    jsJob["fields"] = job.strFields;
+    jsJob["schedule"] = job.strSchedule;
+    jsJob["words"] = ScheduleInWords(job);
+    jsJob["randomMinute"] = static_cast<bool>(job.bRandomMinute);
+    jsJob["state"] = StateOf(job);
+    jsJob["enabled"] = static_cast<bool>(job.bEnabled);
+    jsJob["startup"] = static_cast<Json::Int64>(job.iStartup);
+    jsJob["lastExecution"] = OptionalInstant(job.iLastExecution, Job::NEVER);
+    jsJob["last"] = LastRun(job);
+    if (job.uRunning != 0) {
+        jsJob["running"]["count"] = job.uRunning;
+        jsJob["running"]["pid"] = job.pidRunning;
+        jsJob["running"]["since"] = static_cast<Json::Int64>(job.iRunningSince);
+    }
+    return jsJob;
+}
+
+Json::Value JobToJsonWhole(const Job& job) {
+    Json::Value jsJob = JobToJson(job);
+    jsJob["definition"] = DefinitionFromText(job.strDefinition);
+    jsJob["assureHours"] = job.iAssureHours;
+    jsJob["assureAction"] = job.bAssureRun ? "run" : "wait";
+    jsJob["overdue"] = static_cast<bool>(job.bOverdueReported);
+    jsJob["runOnPassive"] = static_cast<bool>(job.bRunOnPassive);
+    jsJob["overlap"] = job.bAllowOverlap ? "allow" : "skip";
+    jsJob["timeout"] = job.iTimeout;
+    return jsJob;
+}
+
+Json::Value EndToJson(const RunEnd& end) {
+    Json::Value jsEnd(Json::objectValue);
+    jsEnd["kind"] = ToText(end.eKind);
+    jsEnd["code"] = end.iCode;
+    jsEnd["startedUsec"] = static_cast<Json::Int64>(end.iStartedUsec);
+    jsEnd["endedUsec"] = static_cast<Json::Int64>(end.iEndedUsec);
+    jsEnd["durationUsec"] = static_cast<Json::Int64>(end.iDurationUsec);
+    jsEnd["cpuUsec"] = static_cast<Json::Int64>(end.iCpuUsec);
+    jsEnd["maxRssKib"] = static_cast<Json::Int64>(end.iMaxRssKib);
+    return jsEnd;
+}
+
+Json::Value OutcomeToJson(const Outcome& outcome) {
+    Json::Value jsOutcome(Json::objectValue);
+    jsOutcome["minute"] = static_cast<Json::Int64>(outcome.iMinute);
+    jsOutcome["decided"] = static_cast<Json::Int64>(outcome.iDecided);
+    jsOutcome["outcome"] = ToText(outcome.eKind);
+    if (outcome.eKind == OutcomeKind::Skipped) {
+        jsOutcome["reason"] = ToText(outcome.eReason);
+    }
+    if (!outcome.strLabel.empty()) {
+        jsOutcome["label"] = outcome.strLabel;
+    }
+    if (outcome.uRun != 0) {
+        jsOutcome["run"] = static_cast<Json::UInt64>(outcome.uRun);
+        jsOutcome["delay"] = outcome.iDelaySec;
+        jsOutcome["end"] = EndToJson(outcome.end);
+    }
+    if (outcome.pidOther != 0) {
+        jsOutcome["pid"] = outcome.pidOther;
+        jsOutcome["since"] = static_cast<Json::Int64>(outcome.iOtherSince);
+    }
+    return jsOutcome;
+}
+
+} // namespace VUKO::VUKOCrond::Service

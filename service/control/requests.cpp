@@ -1,0 +1,343 @@
+#include "service/control/requests.h"
+
+#include <algorithm>
+#include <ctime>
+#include <map>
+#include <utility>
+#include <vector>
+
+#include "base/syslog_line.h"
+#include "service/control/jobjson.h"
+#include "service/logtext.h"
+
+namespace VUKO::VUKOCrond::Service {
+
+namespace {
+
+constexpr const char* szLogSource = "requests";
+
+constexpr Json::ArrayIndex PAGE_MAX = 100;
+constexpr std::int64_t USEC = 1'000'000;
+/// Room that a page leaves for what stands around it.
+constexpr std::size_t PAGE_BYTES_MAX = Protocol::REPLY_BYTES_MAX - 4096;
+
+constexpr const char* CODE_DENIED = "denied";
+constexpr const char* CODE_NOT_FOUND = "not-found";
+constexpr const char* CODE_AMBIGUOUS = "ambiguous";
+constexpr const char* CODE_REFUSED = "refused";
+constexpr const char* CODE_FAILED = "failed";
+
+/// Answers requests, one verb a function.
+class Requests {
+public:
+    Requests(Core& core, std::function<void()> reload) : _core(core), _reload(std::move(reload)) {}
+
+    Json::Value Answer(const Json::Value& jsRequest, const Peer& peer, const Reply& reply);
+
+private:
+    struct Asked {
+        const Json::Value& jsRequest;
+        const Peer& peer;
+        const Reply& reply;
+    };
+
+    Json::Value Ping(const Asked& asked);
+    Json::Value Status(const Asked& asked);
+    Json::Value List(const Asked& asked);
+    Json::Value Show(const Asked& asked);
+    Json::Value History(const Asked& asked);
+    Json::Value Refused(const Asked& asked);
+    Json::Value Run(const Asked& asked);
+    Json::Value Reload(const Asked& asked);
+    Json::Value Reroll(const Asked& asked);
+    Json::Value Role(const Asked& asked);
+    Json::Value Template(const Asked& asked);
+    Json::Value Drain(const Asked& asked);
+
+    JobIndex FindJob(const Asked& asked) const;
+    static bool MaySee(const Job& job, const Peer& peer) { return peer.IsRoot() || job.uidAccount == peer.uid; }
+    static void RequireRoot(const Asked& asked);
+    static std::string Text(const Asked& asked, const char* szMember);
+    static Json::ArrayIndex Number(const Asked& asked, const char* szMember, Json::ArrayIndex uDefault);
+
+    Core& _core;
+    std::function<void()> _reload;
+};
+
+Json::Value Requests::Answer(const Json::Value& jsRequest, const Peer& peer, const Reply& reply) {
+    using Verb = Json::Value (Requests::*)(const Asked&);
+    static const std::map<std::string, Verb> mapVerbs = {
+        {"ping", &Requests::Ping},       {"status", &Requests::Status},     {"list", &Requests::List},
+        {"show", &Requests::Show},       {"history", &Requests::History},   {"refused", &Requests::Refused},
+        {"run", &Requests::Run},         {"reload", &Requests::Reload},     {"reroll", &Requests::Reroll},
+        {"role", &Requests::Role},       {"template", &Requests::Template}, {"drain", &Requests::Drain}};
+    const auto itVerb = mapVerbs.find(jsRequest[Protocol::KEY_VERB].asString());
+    if (itVerb == mapVerbs.end()) {
+        throw ControlError(Protocol::CODE_BAD_REQUEST, "unknown verb " + Quoted(jsRequest[Protocol::KEY_VERB].asString()));
+    }
+    return (this->*itVerb->second)({jsRequest, peer, reply});
+}
+
+Json::Value Requests::Ping(const Asked&) {
+    Json::Value jsResult(Json::objectValue);
+    jsResult["service"] = SZK_SERVICE_NAME;
+    jsResult["version"] = VUKO_VERSION;
+    return jsResult;
+}
+
+Json::Value Requests::Status(const Asked& asked) {
+    Json::Value jsResult = Ping(asked);
+    const std::int64_t iNow = time(nullptr);
+    const auto tNow = static_cast<std::time_t>(iNow);
+    if (const std::tm* const pLocal = localtime(&tNow); pLocal != nullptr) {
+        jsResult["zone"] = pLocal->tm_zone;
+        jsResult["offset"] = static_cast<Json::Int64>(pLocal->tm_gmtoff);
+    }
+    jsResult["now"] = static_cast<Json::Int64>(iNow);
+    jsResult["policy"] = ToText(_core.Set().ePolicy);
+    jsResult["role"] = ToText(_core.RoleOf().RoleAt(iNow * USEC));
+    jsResult["hibernating"] = _core.Clock().iSleptSince != 0;
+    jsResult["draining"] = _core.IsDraining();
+    std::map<std::string_view, unsigned> mapStates;
+    for (const Job& job : _core.Jobs().Jobs()) {
+        if (MaySee(job, asked.peer)) {
+            ++mapStates[StateOf(job)];
+        }
+    }
+    jsResult["jobs"] = Json::Value(Json::objectValue);
+    for (const auto& [strState, uCount] : mapStates) {
+        jsResult["jobs"][std::string(strState)] = uCount;
+    }
+    if (asked.peer.IsRoot()) {
+        jsResult["refused"] = static_cast<Json::UInt64>(_core.Refusals().size());
+        jsResult["workedUpTo"] = static_cast<Json::Int64>(_core.Clock().iWorkedUpTo);
+        jsResult["saved"] = static_cast<Json::Int64>(_core.LastSavedAt());
+        for (const auto& [strKind, uCount] : _core.Count().mapStarts) {
+            jsResult["starts"][strKind] = static_cast<Json::UInt64>(uCount);
+        }
+        for (const auto& [strReason, uCount] : _core.Count().mapSkips) {
+            jsResult["skips"][strReason] = static_cast<Json::UInt64>(uCount);
+        }
+    }
+    return jsResult;
+}
+
+/// One page of a list: "items" from number "from" on, and in "next" where the following page begins, null at the end.
+template <typename Items, typename ToJson>
+Json::Value Page(const Items& items, Json::ArrayIndex uFrom, Json::ArrayIndex uLimit, const ToJson& toJson) {
+    Json::Value jsResult(Json::objectValue);
+    Json::Value& jsItems = jsResult["items"] = Json::Value(Json::arrayValue);
+    std::size_t uBytes = 0;
+    std::size_t uItem = uFrom;
+    for (; uItem < items.size() && jsItems.size() < std::min(uLimit, PAGE_MAX); ++uItem) {
+        Json::Value jsItem = toJson(items[uItem]);
+        if (jsItem.isNull()) {
+            continue;
+        }
+        uBytes += DefinitionToText(jsItem).size() + 1;
+        if (uBytes > PAGE_BYTES_MAX && !jsItems.empty()) {
+            break;
+        }
+        jsItems.append(std::move(jsItem));
+    }
+    jsResult["next"] = uItem < items.size() ? Json::Value(static_cast<Json::UInt64>(uItem)) : Json::Value();
+    return jsResult;
+}
+
+Json::Value Requests::List(const Asked& asked) {
+    return Page(_core.Jobs().Jobs(), Number(asked, "from", 0), Number(asked, "limit", PAGE_MAX),
+                [&](const Job& job) { return MaySee(job, asked.peer) ? JobToJson(job) : Json::Value(); });
+}
+
+Json::Value Requests::Show(const Asked& asked) {
+    return JobToJsonWhole(_core.Jobs().At(FindJob(asked)));
+}
+
+Json::Value Requests::History(const Asked& asked) {
+    const Job& job = _core.Jobs().At(FindJob(asked));
+    const std::vector<Outcome> vecOutcomes = _core.History(job.iKey, StateStore::LEDGER_DEPTH);
+    Json::Value jsResult = Page(vecOutcomes, Number(asked, "from", 0), Number(asked, "limit", PAGE_MAX), OutcomeToJson);
+    jsResult["job"] = Service::ToText(job.id);
+    return jsResult;
+}
+
+Json::Value Requests::Refused(const Asked& asked) {
+    RequireRoot(asked);
+    return Page(_core.Refusals(), Number(asked, "from", 0), Number(asked, "limit", PAGE_MAX),
+                [](const Refusal& refusal) {
+                    Json::Value jsRefusal(Json::objectValue);
+                    jsRefusal["file"] = Escaped(refusal.strFile);
+                    jsRefusal["text"] = refusal.strText;
+                    return jsRefusal;
+                });
+}
+
+Json::Value Requests::Run(const Asked& asked) {
+    const JobIndex uJob = FindJob(asked);
+    const std::optional<ClockReading> reading = ReadClock();
+    if (!reading) {
+        throw ControlError(CODE_FAILED, "the time cannot be converted to local time");
+    }
+    const bool bWait = asked.jsRequest.get("wait", false).asBool();
+    const std::string strJob = ToText(_core.Jobs().At(uJob).id);
+    std::function<void(const RunEnd&)> onEnd;
+    if (bWait) {
+        asked.reply.Defer();
+        onEnd = [reply = asked.reply, strJob](const RunEnd& end) {
+            Json::Value jsResult(Json::objectValue);
+            jsResult["job"] = strJob;
+            jsResult["end"] = EndToJson(end);
+            reply.Send(jsResult);
+        };
+    }
+    VUKO_LOG_PLAIN(LOG_NOTICE, 1, "job %s is started on request of uid %u", strJob.c_str(),
+                   static_cast<unsigned>(asked.peer.uid));
+    const SkipReason eReason = _core.RunNow(uJob, *reading, std::move(onEnd));
+    if (eReason != SkipReason::None) {
+        std::string strMessage = std::string("not started: ") + ToText(eReason);
+        if (eReason == SkipReason::Overlap) {
+            strMessage = "process " + std::to_string(_core.Jobs().At(uJob).pidRunning) + " is still going";
+        }
+        if (bWait) {
+            asked.reply.Fail(CODE_REFUSED, strMessage);
+            return Json::Value();
+        }
+        throw ControlError(CODE_REFUSED, strMessage);
+    }
+    Json::Value jsResult(Json::objectValue);
+    jsResult["job"] = strJob;
+    jsResult["run"] = static_cast<Json::UInt64>(_core.Jobs().At(uJob).uLastRun);
+    return jsResult;
+}
+
+Json::Value Requests::Reload(const Asked& asked) {
+    if (!asked.peer.IsRoot()) {
+        // The folders are watched: whoever may change a definition need not ask.
+        throw ControlError(CODE_DENIED, "only root may do that; definitions are read again when they change");
+    }
+    _reload();
+    Json::Value jsResult(Json::objectValue);
+    jsResult["jobs"] = static_cast<Json::UInt64>(_core.Jobs().Size());
+    jsResult["refused"] = static_cast<Json::UInt64>(_core.Refusals().size());
+    return jsResult;
+}
+
+Json::Value Requests::Reroll(const Asked& asked) {
+    const JobIndex uJob = FindJob(asked);
+    _core.RerollJob(uJob);
+    return JobToJson(_core.Jobs().At(uJob));
+}
+
+Json::Value Requests::Role(const Asked& asked) {
+    if (asked.jsRequest.isMember("set")) {
+        RequireRoot(asked);
+        const std::string strRole = Text(asked, "set");
+        if (strRole != ToText(Service::Role::Active) && strRole != ToText(Service::Role::Passive)) {
+            throw ControlError(Protocol::CODE_BAD_REQUEST, "\"set\": expected \"active\" or \"passive\"");
+        }
+        const std::string strReason =
+            _core.RoleOf().Write(strRole == ToText(Service::Role::Active) ? Service::Role::Active : Service::Role::Passive);
+        if (!strReason.empty()) {
+            throw ControlError(CODE_FAILED, strReason);
+        }
+    }
+    Json::Value jsResult(Json::objectValue);
+    jsResult["role"] = ToText(_core.RoleOf().RoleAt(std::int64_t{time(nullptr)} * USEC + USEC - 1));
+    return jsResult;
+}
+
+Json::Value Requests::Template(const Asked& asked) {
+    std::string strReason;
+    if (asked.jsRequest.isMember("reroll")) {
+        RequireRoot(asked);
+        strReason = _core.Template().Reroll();
+    }
+    if (asked.jsRequest.isMember("maxDelay")) {
+        RequireRoot(asked);
+        const Json::Value& jsDelay = asked.jsRequest["maxDelay"];
+        if (!jsDelay.isInt() || jsDelay.asInt() < 0) {
+            throw ControlError(Protocol::CODE_BAD_REQUEST, "\"maxDelay\": expected a number of seconds");
+        }
+        strReason = _core.Template().SetMaxDelay(jsDelay.asInt());
+    }
+    if (!strReason.empty()) {
+        throw ControlError(CODE_FAILED, strReason);
+    }
+    Json::Value jsResult(Json::objectValue);
+    for (const std::string& strType : CronJob::GetAllScheduleTypes()) {
+        jsResult["values"][strType] = _core.Template().Template().GetGeneratedSchedule(strType);
+    }
+    jsResult["maxDelay"] = _core.Template().MaxDelay();
+    return jsResult;
+}
+
+Json::Value Requests::Drain(const Asked& asked) {
+    RequireRoot(asked);
+    _core.Drain(asked.jsRequest.get("on", true).asBool());
+    Json::Value jsResult(Json::objectValue);
+    jsResult["draining"] = _core.IsDraining();
+    jsResult["running"] = static_cast<Json::UInt64>(_core.Going().Going());
+    return jsResult;
+}
+
+/// By its whole identity, FOLDER/NAME or FOLDER/PACKAGE/NAME, or by its name alone where no other job has it. A job that
+/// the asker may not see is not there.
+JobIndex Requests::FindJob(const Asked& asked) const {
+    const std::string strWanted = Text(asked, "job");
+    const JobTable& table = _core.Jobs();
+    const JobIndex uWhole = table.IndexOf(IdFromText(strWanted));
+    if (uWhole < table.Size() && MaySee(table.At(uWhole), asked.peer)) {
+        return uWhole;
+    }
+    std::vector<JobIndex> vecFound;
+    for (JobIndex uJob = 0; uJob < table.Size(); ++uJob) {
+        if (table.At(uJob).id.strName == strWanted && MaySee(table.At(uJob), asked.peer)) {
+            vecFound.push_back(uJob);
+        }
+    }
+    if (vecFound.empty()) {
+        throw ControlError(CODE_NOT_FOUND, "there is no job " + Quoted(strWanted));
+    }
+    if (vecFound.size() > 1) {
+        throw ControlError(CODE_AMBIGUOUS, "several jobs are named " + Quoted(strWanted) + ": " +
+                                               ToText(table.At(vecFound[0]).id) + ", " +
+                                               ToText(table.At(vecFound[1]).id));
+    }
+    return vecFound.front();
+}
+
+void Requests::RequireRoot(const Asked& asked) {
+    if (!asked.peer.IsRoot()) {
+        throw ControlError(CODE_DENIED, "only root may do that");
+    }
+}
+
+std::string Requests::Text(const Asked& asked, const char* szMember) {
+    const Json::Value& jsText = asked.jsRequest[szMember];
+    if (!jsText.isString()) {
+        throw ControlError(Protocol::CODE_BAD_REQUEST, std::string("\"") + szMember + "\": expected a text");
+    }
+    return jsText.asString();
+}
+
+Json::ArrayIndex Requests::Number(const Asked& asked, const char* szMember, Json::ArrayIndex uDefault) {
+    const Json::Value& jsNumber = asked.jsRequest[szMember];
+    if (jsNumber.isNull()) {
+        return uDefault;
+    }
+    if (!jsNumber.isUInt()) {
+        throw ControlError(Protocol::CODE_BAD_REQUEST, std::string("\"") + szMember + "\": expected a number");
+    }
+    return jsNumber.asUInt();
+}
+
+} // namespace
+
+ControlServer::Handler MakeRequestHandler(Core& core, std::function<void()> reload) {
+    return [requests = std::make_shared<Requests>(core, std::move(reload))](
+               const Json::Value& jsRequest, const Peer& peer, const Reply& reply) {
+        return requests->Answer(jsRequest, peer, reply);
+    };
+}
+
+} // namespace VUKO::VUKOCrond::Service

@@ -1,0 +1,125 @@
+#include <utility>
+
+#include "base/syslog_line.h"
+#include "service/core.h"
+#include "service/launch/processid.h"
+
+namespace VUKO::VUKOCrond::Service {
+
+namespace {
+
+constexpr const char* szLogSource = "runs";
+
+} // namespace
+
+void Core::TakeReports() {
+    const std::vector<RunReport> vecReports = _launcher.TakeReports();
+    if (vecReports.empty()) {
+        return;
+    }
+    const std::int64_t iNowUsec = MonotonicUsec();
+    Transact("an end", [&] {
+        for (const RunReport& report : vecReports) {
+            Run* const pRun = _runs.Find(report.uRun);
+            if (pRun == nullptr) {
+                continue;
+            }
+            if (report.eKind == RunReport::Kind::Begun) {
+                _runs.Begin(*pRun, report.pidProgram, iNowUsec);
+            } else {
+                Finish(*pRun, report.end);
+            }
+        }
+    });
+}
+
+std::string Core::ChildEnded(pid_t pid) {
+    Run* const pRun = _runs.FindByChild(pid);
+    if (pRun == nullptr) {
+        return std::string();
+    }
+    std::string strJob = pRun->strJob;
+    Forget(*pRun);
+    return strJob;
+}
+
+/// The child is gone. What it left in the table tells how far it came: one that had not begun is as if never started,
+/// and is started again by the next life of the service, if it was this one's stopping that ended it.
+void Core::Forget(Run& run) {
+    const std::optional<RunRecord> record = _launcher.Table().Find(run.uRun);
+    const bool bWaited = record && (record->eStage == RunStage::Waiting || record->eStage == RunStage::Offered);
+    if (bWaited && run.bTermSent && _bStopping && !run.bEnded && _launcher.Table().Revoke(run.uRun)) {
+        const JobIndex uJob = _table.IndexOf(run.iJobKey);
+        if (uJob < _table.Size()) {
+            _table.Modify(uJob, [](Job& job) { job.uRunning -= job.uRunning > 0 ? 1 : 0; });
+        }
+    } else if (!run.bEnded) {
+        const RunEnd end = record && record->end.eKind != EndKind::Open ? record->end : LostEnd();
+        Transact("an end", [&] { Finish(run, end); });
+    }
+    _launcher.Table().Release(run.uRun);
+    _runs.Remove(run.uRun);
+}
+
+void Core::Finish(Run& run, const RunEnd& end) {
+    if (run.bEnded) {
+        return;
+    }
+    _runs.NoteEnded(run);
+    run.outcome.end = end;
+    const JobIndex uJob = _table.IndexOf(run.iJobKey);
+    if (uJob < _table.Size()) {
+        _table.Modify(uJob, [&](Job& job) {
+            job.uRunning -= job.uRunning > 0 ? 1 : 0;
+            if (job.uLastRun == run.uRun) {
+                job.eLastEnd = end.eKind;
+                job.iLastCode = end.iCode;
+                job.iLastEndUsec = end.iEndedUsec;
+                job.iLastDurationUsec = end.iDurationUsec;
+            }
+            if (end.eKind == EndKind::Exited && end.iCode == 0) {
+                job.iLastSuccessUsec = end.iEndedUsec;
+            }
+        });
+    }
+    ++_counters.mapEnds[ToText(end.eKind)];
+    _bWorthSaving = true;
+    if (run.onEnd) {
+        std::exchange(run.onEnd, nullptr)(end);
+    }
+    _store.UpdateRun(run.iJobKey, run.outcome);
+}
+
+void Core::LookAtAdopted() {
+    std::vector<RunId> vecGone;
+    _runs.ForEach([&](Run& run) {
+        if (run.bAdopted && !IsRunning(run.pidChild, run.uChildStart)) {
+            vecGone.push_back(run.uRun);
+        }
+    });
+    for (const RunId uRun : vecGone) {
+        Forget(*_runs.Find(uRun));
+    }
+    // A program may have ended while its child still carries the output of those it left behind.
+    _runs.ForEach([&](Run& run) {
+        const std::optional<RunRecord> record = run.bAdopted ? _launcher.Table().Find(run.uRun) : std::nullopt;
+        if (record && record->eStage == RunStage::Ended && !run.bEnded) {
+            Transact("an end", [&] { Finish(run, record->end); });
+        } else if (record && record->eStage == RunStage::Begun && run.pidProgram == 0) {
+            _runs.Begin(run, record->pidProgram, MonotonicUsec());
+        }
+    });
+}
+
+std::vector<pid_t> Core::TakeAdopted() {
+    return std::exchange(_vecAdopted, {});
+}
+
+void Core::ExpireTimeouts() {
+    for (const Run* const pRun : _runs.Expire(MonotonicUsec())) {
+        VUKO_LOG_PLAIN(LOG_WARNING, 1, "job %s has used up its %d seconds and is told to end", pRun->strJob.c_str(),
+                       pRun->iTimeout);
+    }
+}
+
+} // namespace VUKO::VUKOCrond::Service

@@ -1,0 +1,304 @@
+#include <unistd.h>
+
+#include <cerrno>
+#include <exception>
+#include <utility>
+
+#include "base/syslog_line.h"
+#include "service/core.h"
+#include "service/logtext.h"
+#include "service/planned.h"
+#include "service/timetext.h"
+#include "service/trustedpath.h"
+
+namespace VUKO::VUKOCrond::Service {
+
+namespace {
+
+constexpr const char* szLogSource = "tick";
+
+/// What was missed while the machine was down waits so long after it is up.
+constexpr std::int64_t BOOT_SETTLED_SEC = 300;
+
+constexpr const char* szAssure = "assure";
+
+/// The accounts of one tick, each looked up once: the sources may be slow.
+class AccountLookup {
+public:
+    const std::optional<Account>& Find(const std::string& strName) {
+        const auto [it, bIsNew] = _mapAccounts.try_emplace(strName);
+        if (bIsNew) {
+            it->second = FindAccount(strName);
+        }
+        return it->second;
+    }
+
+private:
+    std::map<std::string, std::optional<Account>> _mapAccounts;
+};
+
+} // namespace
+
+void Core::Tick(const ClockReading& reading, std::int64_t iUptimeSec) {
+    const bool bSameBoot = _clock.strBootId == _settings.strBootId;
+    if (bSameBoot && reading.iLocalMinute == _clock.iLastTick) {
+        return;
+    }
+    if (!bSameBoot) {
+        _clock.strBootId = _settings.strBootId;
+        _clock.iWorkedUpTo = reading.iLocalMinute - 1;
+        _clock.iSleptSince = 0;
+    } else if (_bFirstTick) {
+        _eGapCause = SkipReason::ServiceDown;
+    }
+    _bFirstTick = false;
+    ++_counters.uTicks;
+    const TickInput input = MakeInput(reading, iUptimeSec);
+    _clock.iLastTick = reading.iLocalMinute;
+    _tLastTick = reading.tNow;
+    if (input.bHibernating && input.ePolicy == ClockPolicy::CatchUp) {
+        return; // nothing counts as worked on: the tick after waking finds the gap
+    }
+    const Decision decision = Decide(input, _table);
+    _clock.iWorkedUpTo = decision.iWorkedUpTo;
+    _clock.iSleptSince = input.bHibernating ? _clock.iSleptSince : 0;
+    _eGapCause = SkipReason::ClockStep;
+    _bLookForFuture = false;
+    Carry(decision, reading);
+}
+
+/// Whether the machine hibernates is asked only where the answer matters: it may cost more than the rest of the tick.
+TickInput Core::MakeInput(const ClockReading& reading, std::int64_t iUptimeSec) {
+    TickInput input;
+    input.reading = reading;
+    input.ePolicy = _settings.ePolicy;
+    input.iWorkedUpTo = _clock.iWorkedUpTo;
+    input.eGapCause = _clock.iSleptSince != 0 ? SkipReason::Hibernating : _eGapCause;
+    const std::int64_t iMinuteBegan = reading.tNow - reading.iSecond;
+    input.bPassive = _role.RoleAt(iMinuteBegan * 1'000'000) == Role::Passive;
+    input.bStopping = _bStopping || _bDraining;
+    input.bBootSettled = iUptimeSec >= BOOT_SETTLED_SEC;
+    input.bLookForFuture = _bLookForFuture || reading.tNow < _tLastTick;
+    input.iMaxDelay = _template.MaxDelay();
+    if (_clock.iSleptSince != 0 || !Decide(input, _table).IsIdle()) {
+        input.bHibernating = _settings.isHibernating();
+        if (input.bHibernating) {
+            NoteSleep();
+        }
+    }
+    return input;
+}
+
+void Core::Carry(const Decision& decision, const ClockReading& reading) {
+    for (const JobIndex uJob : decision.vecFuture) {
+        const bool bNever = _table.At(uJob).iLastExecution == Job::NEVER;
+        VUKO_LOG_PLAIN(LOG_WARNING, 1, "job %s: its \"%s\" lies in the future and is taken as now",
+                       ToText(_table.At(uJob).id).c_str(), bNever ? "startup" : "lastExecution");
+        _table.Modify(uJob, [&](Job& job) { (bNever ? job.iStartup : job.iLastExecution) = reading.tNow; });
+    }
+    for (const JobIndex uJob : decision.vecOverdue) {
+        VUKO_LOG_PLAIN(LOG_WARNING, 2, "job %s is overdue: it has not run for more than %d hours and waits for its next minute",
+                       ToText(_table.At(uJob).id).c_str(), _table.At(uJob).iAssureHours);
+        _table.Modify(uJob, [](Job& job) { job.bOverdueReported = true; });
+    }
+    std::vector<Planned> vecPlanned = Plan(decision, reading);
+    ApplyPlan(vecPlanned, decision, reading);
+    for (Planned& planned : vecPlanned) {
+        if (planned.outcome.eKind != OutcomeKind::Skipped) {
+            LaunchOne(planned, reading.tNow);
+        }
+    }
+}
+
+/// Settles for each start what can be settled before anything is written down: its account, and its number.
+std::vector<Core::Planned> Core::Plan(const Decision& decision, const ClockReading& reading) {
+    std::vector<Planned> vecPlanned;
+    vecPlanned.reserve(decision.vecStarts.size());
+    AccountLookup accounts;
+    for (const Start& start : decision.vecStarts) {
+        const Job& job = _table.At(start.uJob);
+        Planned planned;
+        planned.uJob = start.uJob;
+        planned.bIsRetry = start.eReason == StartReason::Retry;
+        Outcome& outcome = planned.outcome;
+        outcome.iMinute = start.iMinute;
+        outcome.iDecided = reading.tNow;
+        outcome.iDelaySec = start.iDelaySec;
+        outcome.eKind = start.iMinute != reading.iLocalMinute ? OutcomeKind::MadeUp
+                        : start.iDelaySec > 0                 ? OutcomeKind::Delayed
+                                                              : OutcomeKind::Started;
+        if (start.eReason == StartReason::Assure || (planned.bIsRetry && job.bPendingAssure)) {
+            outcome.strLabel = szAssure;
+        }
+        const std::optional<Account>& account = accounts.Find(job.strAccount);
+        if (!account) {
+            outcome.eReason = SkipReason::AccountUnknown;
+            VUKO_LOG_PLAIN(LOG_ERR, 3, "job %s is not started: there is no account %s", ToText(job.id).c_str(),
+                           Quoted(job.strAccount).c_str());
+        } else if (!CanBecome(*account)) {
+            outcome.eReason = SkipReason::IdentityRefused;
+            VUKO_LOG_PLAIN(LOG_CRIT, 4, "job %s is not started: this service may not run programs as %s",
+                           ToText(job.id).c_str(), Quoted(job.strAccount).c_str());
+        } else {
+            planned.account = *account;
+        }
+        if (outcome.eReason != SkipReason::None) {
+            outcome.eKind = OutcomeKind::Skipped;
+        }
+        outcome.uRun = planned.bIsRetry ? job.uPendingRun
+                       : outcome.eKind == OutcomeKind::Skipped ? 0
+                                                               : ++_clock.uLastRun;
+        vecPlanned.push_back(std::move(planned));
+    }
+    return vecPlanned;
+}
+
+/// Everything that the tick has decided becomes known at once, before the first launch.
+void Core::ApplyPlan(std::vector<Planned>& vecPlanned, const Decision& decision, const ClockReading& reading) {
+    for (const Planned& planned : vecPlanned) {
+        _table.Modify(planned.uJob, [&](Job& job) {
+            job.uPendingRun = 0;
+            if (planned.outcome.eKind != OutcomeKind::Skipped) {
+                job.iLastExecution = reading.tNow;
+                job.bOverdueReported = false;
+            }
+        });
+        CountOutcome(planned.outcome);
+    }
+    Transact("the tick", [&] {
+        _store.PutClock(_clock);
+        for (const JobIndex uJob : decision.vecFuture) {
+            _store.PutJob(ToStored(_table.At(uJob)));
+        }
+        for (const JobIndex uJob : decision.vecOverdue) {
+            _store.PutJob(ToStored(_table.At(uJob)));
+        }
+        for (const Skip& skip : decision.vecSkips) {
+            StoreSkip(skip, reading);
+        }
+        for (const Planned& planned : vecPlanned) {
+            const Job& job = _table.At(planned.uJob);
+            if (planned.bIsRetry) {
+                _store.UpdateRun(job.iKey, planned.outcome);
+            } else {
+                _store.AddOutcome(job.iKey, planned.outcome);
+            }
+            if (planned.outcome.eKind != OutcomeKind::Skipped) {
+                _store.PutJob(ToStored(job));
+            }
+        }
+    });
+    for (const Skip& skip : decision.vecSkips) {
+        if (skip.bOfPending) {
+            _table.Modify(skip.uJob, [](Job& job) { job.uPendingRun = 0; });
+        }
+    }
+    _bWorthSaving = _bWorthSaving || !decision.IsIdle();
+}
+
+void Core::StoreSkip(const Skip& skip, const ClockReading& reading) {
+    const Job& job = _table.At(skip.uJob);
+    Outcome outcome;
+    outcome.iMinute = skip.iMinute;
+    outcome.iDecided = reading.tNow;
+    outcome.eReason = skip.eReason;
+    if (skip.eReason == SkipReason::Overlap) {
+        outcome.pidOther = job.pidRunning;
+        outcome.iOtherSince = job.iRunningSince;
+        VUKO_LOG_PLAIN(LOG_NOTICE, 5, "job %s is not started again: process %d is still going, since %s",
+                       ToText(job.id).c_str(), static_cast<int>(job.pidRunning), TimeText(job.iRunningSince).c_str());
+    }
+    CountOutcome(outcome);
+    if (skip.bOfPending) {
+        outcome.uRun = job.uPendingRun;
+        _store.UpdateRun(job.iKey, outcome);
+    } else {
+        _store.AddOutcome(job.iKey, outcome);
+    }
+}
+
+/// The places of the execution log are looked at before each start. What cannot be mended is told once.
+void Core::TellOfStaging() {
+    std::vector<std::string> vecNotes = SecureLogStaging();
+    if (vecNotes != _vecStagingNotes) {
+        for (const std::string& strNote : vecNotes) {
+            VUKO_LOG_PLAIN(LOG_WARNING, 6, "%s", strNote.c_str());
+        }
+        _vecStagingNotes = std::move(vecNotes);
+    }
+}
+
+/// @return false when no child could be made: the start is pending then.
+bool Core::LaunchOne(Planned& planned, std::int64_t iNow) {
+    const Job& job = _table.At(planned.uJob);
+    TellOfStaging();
+    CronJob record = BuildRecord(job);
+    const LaunchOrder order{planned.outcome.uRun, ToText(job.id), planned.account, planned.outcome.iDelaySec,
+                            planned.outcome.strLabel};
+    pid_t pid = -1;
+    try {
+        pid = record._bValid ? _launcher.Start(record, order) : -1;
+    } catch (const std::exception& exception) {
+        VUKO_LOG_PLAIN(LOG_ERR, 7, "job %s cannot be started: %s", ToText(job.id).c_str(),
+                       Escaped(exception.what()).c_str());
+    }
+    if (pid < 0) {
+        _table.Modify(planned.uJob, [&](Job& changed) {
+            changed.iPendingTicks = planned.bIsRetry ? changed.iPendingTicks + 1 : 0;
+            changed.uPendingRun = planned.outcome.uRun;
+            changed.iPendingMinute = planned.outcome.iMinute;
+            changed.bPendingAssure = planned.outcome.strLabel == szAssure;
+        });
+        return false;
+    }
+    _table.Modify(planned.uJob, [&](Job& changed) {
+        ++changed.uRunning;
+        changed.pidRunning = pid;
+        changed.iRunningSince = iNow;
+        changed.uLastRun = planned.outcome.uRun;
+        changed.eLastEnd = EndKind::Open;
+    });
+    Run run;
+    run.uRun = planned.outcome.uRun;
+    run.iJobKey = job.iKey;
+    run.strJob = ToText(job.id);
+    run.outcome = planned.outcome;
+    run.pidChild = pid;
+    run.iTimeout = job.iTimeout;
+    run.onEnd = std::move(planned.onEnd);
+    _runs.Add(std::move(run));
+    return true;
+}
+
+SkipReason Core::RunNow(JobIndex uJob, const ClockReading& reading, std::function<void(const RunEnd&)> onEnd) {
+    TickInput input;
+    input.bStopping = _bStopping || _bDraining;
+    Job allowed = _table.At(uJob);
+    allowed.bEnabled = true; // whoever asks for it means it
+    if (const SkipReason eReason = WhyNotNow(input, allowed); eReason != SkipReason::None) {
+        return eReason;
+    }
+    if (_settings.isHibernating()) {
+        return SkipReason::Hibernating;
+    }
+    Decision decision;
+    decision.iWorkedUpTo = _clock.iWorkedUpTo;
+    decision.vecStarts.push_back({uJob, StartReason::Due, reading.iLocalMinute, 0});
+    std::vector<Planned> vecPlanned = Plan(decision, reading);
+    Planned& planned = vecPlanned.front();
+    planned.outcome.strLabel = "manual";
+    planned.onEnd = std::move(onEnd);
+    ApplyPlan(vecPlanned, decision, reading);
+    if (planned.outcome.eKind == OutcomeKind::Skipped) {
+        return planned.outcome.eReason;
+    }
+    if (!LaunchOne(planned, reading.tNow)) {
+        planned.outcome.eKind = OutcomeKind::Skipped;
+        planned.outcome.eReason = SkipReason::ForkFailed;
+        _table.Modify(uJob, [](Job& job) { job.uPendingRun = 0; }); // whoever asked is told, and may ask again
+        Transact("the failure", [&] { _store.UpdateRun(_table.At(uJob).iKey, planned.outcome); });
+    }
+    return planned.outcome.eReason;
+}
+
+} // namespace VUKO::VUKOCrond::Service
