@@ -157,7 +157,7 @@ int LaunchChild::WaitFor(pid_t pidProgram, int* piStatus) {
     const int iErrno = errno;
     if (pidEnded == pidProgram) {
         _end.iCpuUsec = ToUsec(usage.ru_utime) + ToUsec(usage.ru_stime);
-        _end.iMaxRssKib = usage.ru_maxrss;
+        _end.iMaxRssKib = usage.ru_maxrss; // never less than what this process has, of whose memory it began
         const bool bSignaled = WIFSIGNALED(*piStatus);
         TellEnd(bSignaled ? EndKind::Signaled : EndKind::Exited,
                 bSignaled ? WTERMSIG(*piStatus) : WEXITSTATUS(*piStatus));

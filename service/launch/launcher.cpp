@@ -194,7 +194,12 @@ pid_t Launcher::Start(CronJob& job, const LaunchOrder& order) {
         job._strReadyCrontab = job.ToCurrentCrontabString();
     }
     _p->pidChild = -1;
-    _p->child.emplace(_p->plan, order, _p->table);
+    try {
+        _p->child.emplace(_p->plan, order, _p->table);
+    } catch (...) {
+        _p->table.Release(order.uRun);
+        throw;
+    }
     _p->RunJob(job, order);
     _p->child.reset();
     if (_p->pidChild == -1) {

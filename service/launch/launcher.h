@@ -74,6 +74,7 @@ public:
     ///
     /// @return the child's pid; -1 when no child could be made (which is logged) and the launch has no slot in the
     /// table.
+    /// @throws std::bad_alloc: nothing was started then, either
     pid_t Start(CronJob& job, const LaunchOrder& order);
 
     /// Readable when a process of a launch has told something. Never blocks its writers.
