@@ -50,9 +50,8 @@ void Core::RecoverRun(const StoredRun& stored, bool bSameBoot, std::int64_t iNow
     table.Release(stored.outcome.uRun);
     const JobIndex uJob = _table.IndexOf(stored.iJobKey);
     Outcome outcome = stored.outcome;
-    const std::optional<Account> account = uJob < _table.Size() && !_table.At(uJob).bInvalid
-                                               ? FindAccount(_table.At(uJob).strAccount)
-                                               : std::nullopt;
+    const std::optional<Account> account =
+        uJob < _table.Size() && !_table.At(uJob).bInvalid ? FindAccount(_table.At(uJob).strAccount) : std::nullopt;
     if (!account || !CanBecome(*account)) {
         outcome.eKind = OutcomeKind::Skipped;
         outcome.eReason = uJob >= _table.Size() || _table.At(uJob).bInvalid ? SkipReason::DefinitionInvalid
@@ -90,7 +89,8 @@ void Core::Adopt(const StoredRun& stored, const RunRecord& record) {
     Run& added = _runs.Add(std::move(run));
     if (record.pidProgram != 0) {
         // The time that it has had already counts.
-        const std::int64_t iHadUsec = std::max<std::int64_t>(0, std::int64_t{time(nullptr)} * 1'000'000 - record.end.iStartedUsec);
+        const std::int64_t iHadUsec =
+            std::max<std::int64_t>(0, std::int64_t{time(nullptr)} * 1'000'000 - record.end.iStartedUsec);
         _runs.Begin(added, record.pidProgram, MonotonicUsec() - iHadUsec);
     }
     _vecAdopted.push_back(record.pidChild);

@@ -97,7 +97,8 @@ void Core::Carry(const Decision& decision, const ClockReading& reading) {
         _table.Modify(uJob, [&](Job& job) { (bNever ? job.iStartup : job.iLastExecution) = reading.tNow; });
     }
     for (const JobIndex uJob : decision.vecOverdue) {
-        VUKO_LOG_PLAIN(LOG_WARNING, 2, "job %s is overdue: it has not run for more than %d hours and waits for its next minute",
+        VUKO_LOG_PLAIN(LOG_WARNING, 2,
+                       "job %s is overdue: it has not run for more than %d hours and waits for its next minute",
                        ToText(_table.At(uJob).id).c_str(), _table.At(uJob).iAssureHours);
         _table.Modify(uJob, [](Job& job) { job.bOverdueReported = true; });
     }
@@ -145,7 +146,7 @@ std::vector<Core::Planned> Core::Plan(const Decision& decision, const ClockReadi
         if (outcome.eReason != SkipReason::None) {
             outcome.eKind = OutcomeKind::Skipped;
         }
-        outcome.uRun = planned.bIsRetry ? job.uPendingRun
+        outcome.uRun = planned.bIsRetry                        ? job.uPendingRun
                        : outcome.eKind == OutcomeKind::Skipped ? 0
                                                                : ++_clock.uLastRun;
         vecPlanned.push_back(std::move(planned));

@@ -16,10 +16,10 @@
 #include "crond/utils.h"
 #include "service/bootid.h"
 #include "service/control/requests.h"
+#include "service/coremetrics.h"
 #include "service/launch/reaper.h"
 #include "service/logtext.h"
 #include "service/notify.h"
-#include "service/coremetrics.h"
 #include "service/paths.h"
 #include "service/report.h"
 #include "service/trustedpath.h"
@@ -79,7 +79,7 @@ Launcher::Settings LauncherSettings(const Options& options, const RootDir& root)
 
 void TellNotes(const std::vector<std::string>& vecNotes) {
     for (const std::string& strNote : vecNotes) {
-        VUKO_LOG_PLAIN(LOG_WARNING, 2, "%s", Escaped(strNote).c_str());
+        VUKO_LOG_PLAIN(LOG_WARNING, 11, "%s", Escaped(strNote).c_str());
     }
 }
 
@@ -104,30 +104,34 @@ Daemon::Daemon(const Options& options, const RootDir& root)
         Check(sd_event_add_signal(_event.get(), nullptr, iSignal, OnSignal, this), "sd_event_add_signal");
     }
     _sleep = std::make_unique<SleepWatch>(_event.get(), SleepWatch::Callbacks{[this] { _core.PrepareSleep(); }, [] {}});
-    _control = std::make_unique<ControlServer>(
-        _event.get(), root.Path(Protocol::SOCKET_PATH),
-        MakeRequestHandler(_core, [this] { Reload("on request"); }), ControlServer::Limits());
+    _control = std::make_unique<ControlServer>(_event.get(), root.Path(Protocol::SOCKET_PATH),
+                                               MakeRequestHandler(_core, [this] { Reload("on request"); }),
+                                               ControlServer::Limits());
 }
 
 Daemon::~Daemon() = default;
 
 ExitStatus Daemon::Run() {
     if (geteuid() != 0) {
-        VUKO_LOG_PLAIN(LOG_WARNING, 3, "not running as root: every job runs as uid %u, whatever account it names",
+        VUKO_LOG_PLAIN(LOG_WARNING, 2, "not running as root: every job runs as uid %u, whatever account it names",
                        static_cast<unsigned>(geteuid()));
     }
     Load(true);
     _core.Recover(time(nullptr));
     WatchAdopted();
     (void)sd_event_set_watchdog(_event.get(), 1);
-    VUKO_LOG_PLAIN(LOG_NOTICE, 4, "vukocrond " VUKO_VERSION " is ready");
+    VUKO_LOG_PLAIN(LOG_NOTICE, 3, "vukocrond " VUKO_VERSION " is ready");
     Notify::Ready(StatusText());
     Reap(); // whoever ended before the signals were watched
     ArmMinute(ReadClock());
     const int iStatus = sd_event_loop(_event.get());
     Check(iStatus, "sd_event_loop");
     _core.Save();
-    VUKO_LOG_PLAIN(LOG_NOTICE, 5, "stopped%s", _core.IsQuiet() ? "" : ", running jobs are left running");
+    if (_core.IsQuiet()) {
+        VUKO_LOG_PLAIN(LOG_NOTICE, 10, "stopped");
+    } else {
+        VUKO_LOG_PLAIN(LOG_NOTICE, 4, "stopped, running jobs are left running");
+    }
     return iStatus == 0 ? EXIT_ORDERLY : EXIT_FAILED;
 }
 
@@ -193,7 +197,7 @@ void Daemon::AfterTick() {
     _core.LookAtAdopted();
     _sleep->Retry();
     if (const std::string strProblem = _sleep->TakeProblem(); !strProblem.empty()) {
-        VUKO_LOG_PLAIN(LOG_WARNING, 14, "%s", strProblem.c_str());
+        VUKO_LOG_PLAIN(LOG_WARNING, 17, "%s", strProblem.c_str());
     }
     if (_bStopping) {
         sd_notify(0, szStillWaiting);
@@ -233,11 +237,11 @@ void Daemon::HandleReload() {
 
 void Daemon::HandleRole() {
     if (_role.Consume()) {
-        VUKO_LOG_PLAIN(LOG_NOTICE, 6, "the role is %s now", ToText(_role.RoleAt(std::int64_t{time(nullptr)} * USEC)));
+        VUKO_LOG_PLAIN(LOG_NOTICE, 12, "the role is %s now", ToText(_role.RoleAt(std::int64_t{time(nullptr)} * USEC)));
         Notify::Status(StatusText());
     }
     if (const std::string strProblem = _role.TakeProblem(); !strProblem.empty()) {
-        VUKO_LOG_PLAIN(LOG_ERR, 7, "%s", strProblem.c_str());
+        VUKO_LOG_PLAIN(LOG_ERR, 13, "%s", strProblem.c_str());
     }
 }
 
@@ -248,7 +252,8 @@ void Daemon::HandleDeadline() {
 
 void Daemon::HandleAdopted() {
     _core.LookAtAdopted();
-    std::erase_if(_mapAdopted, [this](const auto& adopted) { return _core.Going().FindByChild(adopted.first) == nullptr; });
+    std::erase_if(_mapAdopted,
+                  [this](const auto& adopted) { return _core.Going().FindByChild(adopted.first) == nullptr; });
     Settle();
 }
 
@@ -276,7 +281,7 @@ void Daemon::Reap() {
 }
 
 void Daemon::Reload(const char* szWhy) {
-    VUKO_LOG_PLAIN(LOG_INFO, 8, "reloading %s", szWhy);
+    VUKO_LOG_PLAIN(LOG_INFO, 14, "reloading %s", szWhy);
     Notify::Reloading();
     Guarded("reload", [this] { Load(true); });
     Notify::Ready(StatusText()); // also after a failure: the service works on with what it has
@@ -291,7 +296,7 @@ void Daemon::Load(bool bTell) {
     const LoadReport report = _core.Load(ScanDefinitions(), time(nullptr));
     _iScanTookUsec = MonotonicUsec() - _iLastScanUsec;
     if (bTell || report.HasChanged()) {
-        VUKO_LOG_PLAIN(LOG_NOTICE, 9, "loaded %s", Summary(report).c_str());
+        VUKO_LOG_PLAIN(LOG_NOTICE, 7, "loaded %s", Summary(report).c_str());
     }
     if (!bFirst && report.HasChanged()) {
         _core.Save();
@@ -305,7 +310,8 @@ void Daemon::ScheduleReload(std::int64_t iWaitUsec) {
     int iEnabled = SD_EVENT_OFF;
     sd_event_source_get_enabled(_reloadTimer.get(), &iEnabled);
     if (iEnabled == SD_EVENT_OFF) { // else it comes soon enough: whoever keeps changing files cannot put it off
-        Check(sd_event_source_set_time_relative(_reloadTimer.get(), static_cast<std::uint64_t>(iWaitUsec)), "sd_event_source_set_time_relative");
+        Check(sd_event_source_set_time_relative(_reloadTimer.get(), static_cast<std::uint64_t>(iWaitUsec)),
+              "sd_event_source_set_time_relative");
         Check(sd_event_source_set_enabled(_reloadTimer.get(), SD_EVENT_ONESHOT), "sd_event_source_set_enabled");
     }
 }
@@ -324,7 +330,7 @@ void Daemon::WatchAdopted() {
 
 /// The first signal begins the stop; a second one ends it, whatever is still going.
 void Daemon::Stop(int iSignal) {
-    VUKO_LOG_PLAIN(LOG_NOTICE, 10, "stopping on SIG%s", sigabbrev_np(iSignal));
+    VUKO_LOG_PLAIN(LOG_NOTICE, 5, "stopping on SIG%s", sigabbrev_np(iSignal));
     if (_bStopping) {
         sd_event_exit(_event.get(), EXIT_ORDERLY);
         return;
@@ -336,7 +342,7 @@ void Daemon::Stop(int iSignal) {
     if (_options.eOnStop == OnStop::Leave) {
         sd_event_exit(_event.get(), EXIT_ORDERLY);
     } else if (!_core.IsQuiet()) {
-        VUKO_LOG_PLAIN(LOG_NOTICE, 11, "waiting for %zu running jobs", _core.Going().Going());
+        VUKO_LOG_PLAIN(LOG_NOTICE, 15, "waiting for %zu running jobs", _core.Going().Going());
     }
     Settle();
 }
@@ -350,7 +356,7 @@ void Daemon::Settle() {
 
 void Daemon::ArmMinute(const std::optional<ClockReading>& reading) {
     if (!reading) {
-        VUKO_LOG_PLAIN(LOG_ERR, 12, "the time cannot be converted to local time");
+        VUKO_LOG_PLAIN(LOG_ERR, 9, "the time cannot be converted to local time");
     }
     _tNextMinute = reading ? reading->NextMinute() : time(nullptr) + SLEEP_TIME;
     _timer.Arm(_tNextMinute);
@@ -378,7 +384,7 @@ void Daemon::PublishMetrics() {
     }
     const std::string strReason = WriteMetrics(_options.strMetricsFile, TakeMetrics(_core, _iStarted));
     if (!strReason.empty()) {
-        VUKO_LOG_PLAIN(LOG_ERR, 13, "%s", strReason.c_str());
+        VUKO_LOG_PLAIN(LOG_ERR, 16, "%s", strReason.c_str());
     }
 }
 

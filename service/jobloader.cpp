@@ -16,8 +16,10 @@ namespace {
 /// A definition with every optional member written out.
 Json::Value WithDefaults(Json::Value jsDefinition) {
     const std::pair<const char*, Json::Value> aDefaults[] = {
-        {"assure_execute", 0}, {"assure_execute_action", "wait"}, {"run_on_passive", false}, {"enabled", true},
-        {"overlap", "skip"},   {"timeout", 0},                    {"description", ""}};
+        {"assure_execute", 0},     {"assure_execute_action", "wait"},
+        {"run_on_passive", false}, {"enabled", true},
+        {"overlap", "skip"},       {"timeout", 0},
+        {"description", ""}};
     for (const auto& [szMember, jsDefault] : aDefaults) {
         if (!jsDefinition.isMember(szMember)) {
             jsDefinition[szMember] = jsDefault;

@@ -31,8 +31,8 @@ using KnownJobs = std::map<JobId, StoredJob>;
 struct LoadResult {
     LoadReport report;
     std::vector<Job> vecJobs;
-    std::vector<StoredJob> vecGone;      ///< of the former jobs
-    std::vector<JobId> vecToStore;       ///< jobs of which something has changed that is kept
+    std::vector<StoredJob> vecGone; ///< of the former jobs
+    std::vector<JobId> vecToStore;  ///< jobs of which something has changed that is kept
 };
 
 /// Makes the jobs of a scan out of it and of what there was. A pure function: what it gives depends on the definitions

@@ -127,9 +127,11 @@ void PrintSchedule(std::ostream& out, const JobTable& table) {
 
 std::string Summary(const LoadReport& report) {
     std::string strChanges;
-    const std::pair<std::size_t, const char*> aCounts[] = {
-        {report.uNew, "new"}, {report.uChanged, "changed"}, {report.uKept, "as before"}, {report.uGone, "gone"},
-        {report.uInvalid, "invalid now"}};
+    const std::pair<std::size_t, const char*> aCounts[] = {{report.uNew, "new"},
+                                                           {report.uChanged, "changed"},
+                                                           {report.uKept, "as before"},
+                                                           {report.uGone, "gone"},
+                                                           {report.uInvalid, "invalid now"}};
     for (const auto& [uCount, szWhat] : aCounts) {
         if (uCount != 0) {
             strChanges += (strChanges.empty() ? "" : ", ") + std::to_string(uCount) + " " + szWhat;

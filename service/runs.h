@@ -17,16 +17,16 @@ namespace VUKO::VUKOCrond::Service {
 struct Run {
     RunId uRun = 0;
     std::int64_t iJobKey = 0;
-    std::string strJob;            ///< the job's identity, fit for a log line
-    Outcome outcome;               ///< its entry in the ledger
-    pid_t pidChild = 0;            ///< waits for the program, and leads it up to then
-    pid_t pidProgram = 0;          ///< leader of the program's process group; 0: not begun
-    std::uint64_t uChildStart = 0; ///< of an adopted one: when that process was started, in ticks since boot
-    bool bAdopted = false;         ///< begun by a former life of the service: no child of this process
-    std::int32_t iTimeout = 0;     ///< seconds; 0: none
+    std::string strJob;             ///< the job's identity, fit for a log line
+    Outcome outcome;                ///< its entry in the ledger
+    pid_t pidChild = 0;             ///< waits for the program, and leads it up to then
+    pid_t pidProgram = 0;           ///< leader of the program's process group; 0: not begun
+    std::uint64_t uChildStart = 0;  ///< of an adopted one: when that process was started, in ticks since boot
+    bool bAdopted = false;          ///< begun by a former life of the service: no child of this process
+    std::int32_t iTimeout = 0;      ///< seconds; 0: none
     std::int64_t iDeadlineUsec = 0; ///< by the monotonic clock, when the next signal is due; 0: none
     bool bTermSent = false;
-    bool bEnded = false;           ///< the program has ended; its child may still be there
+    bool bEnded = false;                      ///< the program has ended; its child may still be there
     std::function<void(const RunEnd&)> onEnd; ///< told once; may be empty
 };
 

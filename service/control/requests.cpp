@@ -67,13 +67,14 @@ private:
 Json::Value Requests::Answer(const Json::Value& jsRequest, const Peer& peer, const Reply& reply) {
     using Verb = Json::Value (Requests::*)(const Asked&);
     static const std::map<std::string, Verb> mapVerbs = {
-        {"ping", &Requests::Ping},       {"status", &Requests::Status},     {"list", &Requests::List},
-        {"show", &Requests::Show},       {"history", &Requests::History},   {"refused", &Requests::Refused},
-        {"run", &Requests::Run},         {"reload", &Requests::Reload},     {"reroll", &Requests::Reroll},
-        {"role", &Requests::Role},       {"template", &Requests::Template}, {"drain", &Requests::Drain}};
+        {"ping", &Requests::Ping}, {"status", &Requests::Status},     {"list", &Requests::List},
+        {"show", &Requests::Show}, {"history", &Requests::History},   {"refused", &Requests::Refused},
+        {"run", &Requests::Run},   {"reload", &Requests::Reload},     {"reroll", &Requests::Reroll},
+        {"role", &Requests::Role}, {"template", &Requests::Template}, {"drain", &Requests::Drain}};
     const auto itVerb = mapVerbs.find(jsRequest[Protocol::KEY_VERB].asString());
     if (itVerb == mapVerbs.end()) {
-        throw ControlError(Protocol::CODE_BAD_REQUEST, "unknown verb " + Quoted(jsRequest[Protocol::KEY_VERB].asString()));
+        throw ControlError(Protocol::CODE_BAD_REQUEST,
+                           "unknown verb " + Quoted(jsRequest[Protocol::KEY_VERB].asString()));
     }
     return (this->*itVerb->second)({jsRequest, peer, reply});
 }
@@ -235,8 +236,8 @@ Json::Value Requests::Role(const Asked& asked) {
         if (strRole != ToText(Service::Role::Active) && strRole != ToText(Service::Role::Passive)) {
             throw ControlError(Protocol::CODE_BAD_REQUEST, "\"set\": expected \"active\" or \"passive\"");
         }
-        const std::string strReason =
-            _core.RoleOf().Write(strRole == ToText(Service::Role::Active) ? Service::Role::Active : Service::Role::Passive);
+        const std::string strReason = _core.RoleOf().Write(
+            strRole == ToText(Service::Role::Active) ? Service::Role::Active : Service::Role::Passive);
         if (!strReason.empty()) {
             throw ControlError(CODE_FAILED, strReason);
         }
@@ -280,8 +281,8 @@ Json::Value Requests::Drain(const Asked& asked) {
     return jsResult;
 }
 
-/// By its whole identity, FOLDER/NAME or FOLDER/PACKAGE/NAME, or by its name alone where no other job has it. A job that
-/// the asker may not see is not there.
+/// By its whole identity, FOLDER/NAME or FOLDER/PACKAGE/NAME, or by its name alone where no other job has it. A job
+/// that the asker may not see is not there.
 JobIndex Requests::FindJob(const Asked& asked) const {
     const std::string strWanted = Text(asked, "job");
     const JobTable& table = _core.Jobs();
@@ -334,8 +335,8 @@ Json::ArrayIndex Requests::Number(const Asked& asked, const char* szMember, Json
 } // namespace
 
 ControlServer::Handler MakeRequestHandler(Core& core, std::function<void()> reload) {
-    return [requests = std::make_shared<Requests>(core, std::move(reload))](
-               const Json::Value& jsRequest, const Peer& peer, const Reply& reply) {
+    return [requests = std::make_shared<Requests>(core, std::move(reload))](const Json::Value& jsRequest,
+                                                                            const Peer& peer, const Reply& reply) {
         return requests->Answer(jsRequest, peer, reply);
     };
 }

@@ -18,11 +18,11 @@ std::optional<ClockPolicy> ClockPolicyOf(std::string_view strText);
 
 /// Which minutes one tick looks at. All are minutes of the local wall clock, as in ClockReading.
 struct TickWindow {
-    std::int64_t iNow = 0;            ///< the minute of the tick; every job is looked at for it
-    std::int64_t iOldest = 0;         ///< fixed jobs are looked at from here on; `iNow` where nothing is made up for
-    bool bWildcardLooksBack = false;  ///< wildcard jobs, too
-    bool bFixedDueNow = true;         ///< false: fixed jobs have had this minute already
-    std::int64_t iWorkedUpTo = 0;     ///< what the service has worked up to after the tick
+    std::int64_t iNow = 0;           ///< the minute of the tick; every job is looked at for it
+    std::int64_t iOldest = 0;        ///< fixed jobs are looked at from here on; `iNow` where nothing is made up for
+    bool bWildcardLooksBack = false; ///< wildcard jobs, too
+    bool bFixedDueNow = true;        ///< false: fixed jobs have had this minute already
+    std::int64_t iWorkedUpTo = 0;    ///< what the service has worked up to after the tick
     /// Whether the minutes between the last one worked on and this one were passed over by the wall clock, so that
     /// whoever was due in one of them is to be told of.
     bool HasGap() const { return iOldest < iNow; }

@@ -14,8 +14,7 @@ constexpr std::int64_t MAX_GAP_TOLD = 24 * 60;
 class Decider {
 public:
     Decider(const TickInput& input, const JobTable& table)
-        : _input(input), _table(table),
-          _window(WindowOf(input.ePolicy, input.iWorkedUpTo, input.reading.iLocalMinute)),
+        : _input(input), _table(table), _window(WindowOf(input.ePolicy, input.iWorkedUpTo, input.reading.iLocalMinute)),
           _vecHadTurn(table.Size(), false) {}
 
     Decision Take() {

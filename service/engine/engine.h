@@ -19,9 +19,9 @@ struct TickInput {
     bool bHibernating = false;
     bool bPassive = false;
     bool bStopping = false;
-    bool bBootSettled = true;  ///< the machine is up for long enough to make up for what it missed while it was down
+    bool bBootSettled = true;    ///< the machine is up for long enough to make up for what it missed while it was down
     bool bLookForFuture = false; ///< the clock may have gone back, or the stamps are new: look for stamps ahead of it
-    int iMaxDelay = 0;         ///< seconds over which jobs of a random minute are spread
+    int iMaxDelay = 0;           ///< seconds over which jobs of a random minute are spread
 };
 
 enum class StartReason {

@@ -18,24 +18,24 @@ struct Job {
     static constexpr std::int64_t NEVER = -1;
 
     JobId id;
-    std::int64_t iKey = 0;      ///< the state store's
-    std::string strFile;        ///< where its definition was read
-    std::string strDefinition;  ///< as it was read, before any defaults: JSON in one line
-    std::string strFields;      ///< what its five fields allow, see FieldsToText()
-    std::string strSchedule;    ///< the values drawn for them, see ScheduleToText()
-    std::string strAccount;     ///< name of the account that it runs as
+    std::int64_t iKey = 0;                     ///< the state store's
+    std::string strFile;                       ///< where its definition was read
+    std::string strDefinition;                 ///< as it was read, before any defaults: JSON in one line
+    std::string strFields;                     ///< what its five fields allow, see FieldsToText()
+    std::string strSchedule;                   ///< the values drawn for them, see ScheduleToText()
+    std::string strAccount;                    ///< name of the account that it runs as
     uid_t uidAccount = static_cast<uid_t>(-1); ///< of that account when it was last looked up; -1: there was none
-    Schedule schedule;          ///< the same values, to be asked
-    std::int64_t iStartup = 0;  ///< since when it is known, seconds since the epoch
+    Schedule schedule;                         ///< the same values, to be asked
+    std::int64_t iStartup = 0;                 ///< since when it is known, seconds since the epoch
     std::int64_t iLastExecution = NEVER;
     std::int32_t iAssureHours = 0;
-    std::int32_t iTimeout = 0; ///< seconds that a run may take; 0: as long as it likes
-    bool bAssureRun : 1 = false;       ///< an overdue job is started; else it waits for its next minute
+    std::int32_t iTimeout = 0;   ///< seconds that a run may take; 0: as long as it likes
+    bool bAssureRun : 1 = false; ///< an overdue job is started; else it waits for its next minute
     bool bRunOnPassive : 1 = false;
-    bool bRandomMinute : 1 = false;    ///< its minute was drawn: it takes part in the spread
+    bool bRandomMinute : 1 = false; ///< its minute was drawn: it takes part in the spread
     bool bEnabled : 1 = true;
     bool bAllowOverlap : 1 = false;
-    bool bInvalid : 1 = false;         ///< its file holds something that is refused now: known, but never started
+    bool bInvalid : 1 = false; ///< its file holds something that is refused now: known, but never started
     bool bOverdueReported : 1 = false;
 
     /// A start that was decided and could not be made yet, to be tried again.

@@ -70,10 +70,10 @@ private:
 
     std::vector<Job> _vecJobs;
     std::unordered_map<std::int64_t, JobIndex> _mapKeys;
-    std::vector<JobIndex> _vecAlways;                                ///< any minute of any hour
-    std::array<std::vector<JobIndex>, HOURS> _avecByHour;            ///< any minute of some hours
-    std::array<std::vector<JobIndex>, MINUTES> _avecByMinute;        ///< some minutes of any hour, or of many
-    std::array<std::vector<JobIndex>, HOURS * MINUTES> _avecByTime;  ///< some times of day
+    std::vector<JobIndex> _vecAlways;                               ///< any minute of any hour
+    std::array<std::vector<JobIndex>, HOURS> _avecByHour;           ///< any minute of some hours
+    std::array<std::vector<JobIndex>, MINUTES> _avecByMinute;       ///< some minutes of any hour, or of many
+    std::array<std::vector<JobIndex>, HOURS * MINUTES> _avecByTime; ///< some times of day
     std::vector<JobIndex> _vecAssured;
     std::set<std::pair<std::int64_t, JobIndex>> _setLimits;
     std::set<JobIndex> _setPending;

@@ -63,11 +63,11 @@ struct RunEnd {
 
 /// One entry of the ledger.
 struct Outcome {
-    std::int64_t iMinute = 0;     ///< the due minute: minutes on the local wall clock, as in ClockReading
-    std::int64_t iDecided = 0;    ///< instant of the tick that decided it, seconds since the epoch
+    std::int64_t iMinute = 0;  ///< the due minute: minutes on the local wall clock, as in ClockReading
+    std::int64_t iDecided = 0; ///< instant of the tick that decided it, seconds since the epoch
     OutcomeKind eKind = OutcomeKind::Skipped;
     SkipReason eReason = SkipReason::None;
-    std::string strLabel;         ///< "assure", "manual"; empty for a start by schedule
+    std::string strLabel; ///< "assure", "manual"; empty for a start by schedule
     int iDelaySec = 0;
     RunId uRun = 0;               ///< 0 for what was skipped
     pid_t pidOther = 0;           ///< Overlap: the process that was still going,

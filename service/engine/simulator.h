@@ -23,8 +23,8 @@ struct SimEvent {
     std::int64_t iSeconds = 0;
 };
 
-/// Runs the service's decisions on a virtual clock, without starting anything: every start succeeds at once, and ends at
-/// once. The zone is the process's.
+/// Runs the service's decisions on a virtual clock, without starting anything: every start succeeds at once, and ends
+/// at once. The zone is the process's.
 ///
 /// The service has run undisturbed for four hours when the time that is asked about begins.
 class Simulator {

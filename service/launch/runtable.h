@@ -68,8 +68,8 @@ public:
 private:
     friend class RunChild; // the child's side, in the launch hooks
     friend class Launcher;
-    /// Notes that this process has heard of a launch: 1 of its begin, 2 of its end. @return false when it had before,
-    /// or there is no such launch.
+    /// Notes that this process has heard something of a launch, one bit for each thing. @return false when it had
+    /// before, or there is no such launch.
     bool MarkHeard(RunId uRun, unsigned uWhat);
     /// Goes up with everything that a child could write to the table alone.
     std::uint32_t Untold() const;

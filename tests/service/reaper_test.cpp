@@ -72,6 +72,6 @@ TEST(Reaper, TellsOfChildrenThatDidNotEndAsTheyShould) {
                                  "<5>reaper:1 child 4712 of job cron/backup was ended by signal 9"}));
     LogEnd({4713, 1 << 8}, "");
     LogEnd({4714, SIGKILL}, "");
-    EXPECT_EQ(log.Take(), (Texts{"<5>reaper:2 child 4713 ended with status 1",
-                                 "<5>reaper:1 child 4714 was ended by signal 9"}));
+    EXPECT_EQ(log.Take(),
+              (Texts{"<5>reaper:2 child 4713 ended with status 1", "<5>reaper:1 child 4714 was ended by signal 9"}));
 }

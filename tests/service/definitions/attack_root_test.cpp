@@ -20,7 +20,6 @@
 #include "crond/cronjob.h"
 #include "service/definitions/definitionscan.h"
 #include "service/definitions/folderwatch.h"
-#include "service/jobstore.h"
 #include "tests/fake/fake_platform.h"
 #include "tests/service/definitions/stranger.h"
 #include "tests/service/service_fixture.h"

@@ -99,10 +99,9 @@ TEST(ScheduleKind, IsWildcardWhereMinuteOrHourHoldsAnyInAnyPlace) {
         const char* szText;
         bool bWildcard;
     } const aCases[] = {
-        {"-1 3 -1 -1 -1", true},      {"3 -1 -1 -1 -1", true},     {"-1 -1 1 1 1", true},
-        {"5,-1 3 -1 -1 -1", true},    {"5 1,2,-1 -1 -1 -1", true}, {"-1,5 3 1 1 1", true},
-        {"5 3 -1 -1 -1", false}, // the days do not count
-        {"0,30 1,2,3 4 5 6", false},  {"X 3 -1 -1 -1", false},     {"X X X X X", false},
+        {"-1 3 -1 -1 -1", true},     {"3 -1 -1 -1 -1", true}, {"-1 -1 1 1 1", true},   {"5,-1 3 -1 -1 -1", true},
+        {"5 1,2,-1 -1 -1 -1", true}, {"-1,5 3 1 1 1", true},  {"5 3 -1 -1 -1", false}, // the days do not count
+        {"0,30 1,2,3 4 5 6", false}, {"X 3 -1 -1 -1", false}, {"X X X X X", false},
     };
     for (const auto& tested : aCases) {
         EXPECT_EQ(Schedule(tested.szText).IsWildcard(), tested.bWildcard) << tested.szText;
@@ -115,8 +114,8 @@ TEST(ScheduleKind, OfAListOfAllMinutesOrOfAllHoursIsFixed) {
         strMinutes += (i == 0 ? "" : ",") + std::to_string(i);
     }
     EXPECT_FALSE(Schedule(strMinutes + " 3 -1 -1 -1").IsWildcard());
-    EXPECT_FALSE(Schedule(strMinutes + " 0,1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20,21,22,23 -1 -1 -1")
-                     .IsWildcard());
+    EXPECT_FALSE(
+        Schedule(strMinutes + " 0,1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20,21,22,23 -1 -1 -1").IsWildcard());
 }
 
 TEST(ScheduleKind, OfARandomItemIsFixed) {
@@ -141,8 +140,8 @@ TEST(ScheduleText, ThatIsNoneMatchesNothing) {
 }
 
 TEST(ScheduleText, BringsTheValuesBackAsTheyWere) {
-    for (const char* const szText : {"7 3 -1 -1 -1", "0,30 1,2,3 31 12 6", "5,-1,5 -1 -1 -1 0", "X -1 -1 -1 -1", "X X X X X",
-                                     "0 0 1 1 0", "61 -1 99 -7 2147483647"}) {
+    for (const char* const szText : {"7 3 -1 -1 -1", "0,30 1,2,3 31 12 6", "5,-1,5 -1 -1 -1 0", "X -1 -1 -1 -1",
+                                     "X X X X X", "0 0 1 1 0", "61 -1 99 -7 2147483647"}) {
         CronJob record = RecordOf(Definition("job", "1 2 3 4 5"));
         ASSERT_TRUE(ScheduleFromText(record, szText)) << szText;
         EXPECT_EQ(ScheduleToText(record), szText);

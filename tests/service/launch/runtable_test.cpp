@@ -164,19 +164,23 @@ TEST_F(RunTables, KeepALateChildAwayFromAnothersLaunch) {
 TEST_F(RunTables, OutliveTheServiceButNotTheBoot) {
     {
         RunTable table(_strPath, BOOT);
+        EXPECT_TRUE(table.IsNew());
         table.Offer(5);
         table.Offer(6);
         table.Release(5);
     }
     {
         RunTable table(_strPath, BOOT);
+        EXPECT_FALSE(table.IsNew());
         ASSERT_EQ(table.Records().size(), 1U);
         EXPECT_EQ(table.Records()[0].uRun, 6U);
         EXPECT_FALSE(table.Offer(6));
         EXPECT_TRUE(table.Offer(7));
         EXPECT_EQ(table.Records().size(), 2U);
     }
-    EXPECT_TRUE(RunTable(_strPath, "another boot").Records().empty());
+    const RunTable table(_strPath, "another boot");
+    EXPECT_TRUE(table.IsNew());
+    EXPECT_TRUE(table.Records().empty());
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(_dir.Path()), {}), 1);
 }
 
@@ -235,6 +239,7 @@ TEST_P(DamagedRunTables, AreSetAsideWithAMessageAndMadeAnew) {
     RunTable(_strPath, BOOT).Offer(5);
     GetParam().spoil(_strPath);
     RunTable table(_strPath, BOOT);
+    EXPECT_TRUE(table.IsNew());
     EXPECT_TRUE(table.Records().empty());
     EXPECT_TRUE(table.Offer(5));
     const std::vector<std::string> vecMessages = _log.Take();
