@@ -379,7 +379,7 @@ std::string Daemon::StatusText() {
 }
 
 void Daemon::PublishMetrics() {
-    if (_options.strMetricsFile.empty()) {
+    if (_options.strMetricsFile.empty() || _core.Hibernates()) { // the disk may be asleep
         return;
     }
     const std::string strReason = WriteMetrics(_options.strMetricsFile, TakeMetrics(_core, _iStarted));

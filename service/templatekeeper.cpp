@@ -96,13 +96,8 @@ void TemplateKeeper::SetAside(const std::string& strPath) {
 
 std::string TemplateKeeper::Keep() {
     _bUnsaved = true;
-    const bool bMirrored = _template.toFile(_strMirrorPath);
-    const int iErrno = errno;
-    std::string strReason = Save();
-    if (strReason.empty() && !bMirrored) {
-        strReason = Escaped(_strMirrorPath) + " cannot be written: " + strerror(iErrno);
-    }
-    return strReason;
+    return _template.toFile(_strMirrorPath) ? std::string()
+                                            : Escaped(_strMirrorPath) + " cannot be written: " + strerror(errno);
 }
 
 } // namespace VUKO::VUKOCrond::Service

@@ -22,10 +22,12 @@ public:
     int MaxDelay() const { return _template._iMaxDelay; }
     const ScheduleTemplate& Template() const { return _template; }
 
-    /// Draws all values anew. @return the reason why that could not be kept; empty when done.
+    /// Draws all values anew, or sets the delay: in the mirror at once, in the file by the next Save().
+    ///
+    /// @return the reason why that could not be kept, fit for a log line; empty when done.
     std::string Reroll();
     std::string SetMaxDelay(int iSeconds);
-    /// Writes what a former call could not write. Does nothing where all is written.
+    /// Brings the file up to the mirror. Does nothing where it is. @return as above.
     std::string Save();
 
 private:

@@ -264,6 +264,7 @@ Json::Value Requests::Template(const Asked& asked) {
     if (!strReason.empty()) {
         throw ControlError(CODE_FAILED, strReason);
     }
+    _core.Save();
     Json::Value jsResult(Json::objectValue);
     for (const std::string& strType : CronJob::GetAllScheduleTypes()) {
         jsResult["values"][strType] = _core.Template().Template().GetGeneratedSchedule(strType);
