@@ -85,9 +85,10 @@ void Decider::LookAtPending() {
             vecDueNow.push_back(uJob);
         }
     });
+    std::sort(vecDueNow.begin(), vecDueNow.end());
     for (const JobIndex uJob : _table.Pending()) {
         const Job& job = _table.At(uJob);
-        const bool bDueNow = std::find(vecDueNow.begin(), vecDueNow.end(), uJob) != vecDueNow.end();
+        const bool bDueNow = std::binary_search(vecDueNow.begin(), vecDueNow.end(), uJob);
         if (bDueNow || job.iPendingTicks >= MAX_RETRIES) {
             _decision.vecSkips.push_back({uJob, SkipReason::ForkFailed, job.iPendingMinute, true});
         } else {
@@ -155,14 +156,17 @@ void Decider::LookAtAssured() {
     }
     _table.ForEachOverdue(iNow, [&](JobIndex uJob) {
         const Job& job = _table.At(uJob);
-        if (job.AssureBase() > iNow || _vecHadTurn[uJob]) {
+        // A stamp ahead of the clock counts as now, from which only a negative guarantee has run out.
+        if (_vecHadTurn[uJob] || !_input.bBootSettled || (job.AssureBase() > iNow && job.AssurePeriod() >= 0)) {
             return;
         }
-        if (!job.bAssureRun) {
+        const SkipReason eWhyNot = WhyNotNow(_input, job);
+        if (job.bAssureRun) {
+            if (eWhyNot == SkipReason::None && job.uRunning == 0 && !job.IsPending()) {
+                _decision.vecStarts.push_back({uJob, StartReason::Assure, _window.iNow, 0});
+            }
+        } else if (eWhyNot == SkipReason::None || eWhyNot == SkipReason::Overlap) {
             _decision.vecOverdue.push_back(uJob);
-        } else if (_input.bBootSettled && job.uRunning == 0 && !job.IsPending() &&
-                   WhyNotNow(_input, job) == SkipReason::None) {
-            _decision.vecStarts.push_back({uJob, StartReason::Assure, _window.iNow, 0});
         }
     });
 }

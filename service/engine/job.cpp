@@ -67,10 +67,13 @@ JobId IdFromText(const std::string& strText) {
     return id;
 }
 
+std::int64_t Job::AssurePeriod() const {
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(iAssureHours) * 3600U);
+}
+
 std::int64_t Job::AssureLimit() const {
-    const auto iPeriod = static_cast<std::int32_t>(static_cast<std::uint32_t>(iAssureHours) * 3600U);
     return static_cast<std::int64_t>(static_cast<std::uint64_t>(AssureBase()) +
-                                     static_cast<std::uint64_t>(std::int64_t{iPeriod}));
+                                     static_cast<std::uint64_t>(AssurePeriod()));
 }
 
 CronJob BuildRecord(const Job& job) {

@@ -59,7 +59,9 @@ struct Job {
     bool HasAssure() const { return iAssureHours != 0; }
     /// What the guarantee is counted from.
     std::int64_t AssureBase() const { return iLastExecution == NEVER ? iStartup : iLastExecution; }
-    /// The last instant at which the guarantee holds. As in CronJob::IsExpiredAssure(): the seconds wrap in 32 bits.
+    /// The seconds that it holds for. As in CronJob::IsExpiredAssure(): they wrap in 32 bits.
+    std::int64_t AssurePeriod() const;
+    /// The last instant at which the guarantee holds.
     std::int64_t AssureLimit() const;
 };
 

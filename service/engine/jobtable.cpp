@@ -20,9 +20,10 @@ void ForEachBit(std::uint64_t uMask, const Visit& visit) {
     }
 }
 
-/// Whether the order of the guarantees has a place for a job: not for one that only waits and has been told of.
+/// Whether the order of the guarantees has a place for a job: not for one that cannot be started or that only waits and
+/// has been told of.
 bool HasLimit(const Job& job) {
-    return job.HasAssure() && !job.bInvalid && (job.bAssureRun || !job.bOverdueReported);
+    return job.HasAssure() && !job.bInvalid && job.bEnabled && (job.bAssureRun || !job.bOverdueReported);
 }
 
 } // namespace

@@ -43,7 +43,8 @@ public:
     /// once at most.
     void Candidates(const WallMinute& wall, std::vector<JobIndex>& vecCandidates) const;
 
-    /// Jobs whose guarantee has run out at that instant, except those that only wait and have been reported.
+    /// Jobs whose guarantee has run out at that instant, except those that cannot be started or that only wait and have
+    /// been reported.
     template <typename Visit>
     void ForEachOverdue(std::int64_t iNow, const Visit& visit) const {
         for (auto it = _setLimits.begin(); it != _setLimits.end() && it->first < iNow; ++it) {

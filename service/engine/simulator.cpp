@@ -79,12 +79,14 @@ void Simulator::Tick(const ClockReading& reading, bool bTell, const Told& told) 
     input.eGapCause = _eGapCause;
     input.bHibernating = _tNow < _tAsleepUntil;
     input.bPassive = _bPassive;
-    input.bLookForFuture = reading.tNow < _tLastTick;
+    _bLookForFuture = _bLookForFuture || reading.tNow < _tLastTick;
+    input.bLookForFuture = _bLookForFuture;
     input.iMaxDelay = _settings.iMaxDelay;
     const Decision decision = Decide(input, _table);
     _bHasTicked = true;
     _iLastMinute = reading.iLocalMinute;
     _tLastTick = reading.tNow;
+    _bLookForFuture = input.bHibernating && input.bLookForFuture; // nothing was looked for then
     _iWorkedUpTo = decision.iWorkedUpTo;
     _eGapCause = input.bHibernating ? SkipReason::Hibernating : SkipReason::ClockStep;
     for (const JobIndex uJob : decision.vecFuture) {

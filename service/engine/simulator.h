@@ -60,6 +60,7 @@ private:
     SkipReason _eGapCause = SkipReason::ClockStep;
     bool _bPassive = false;
     bool _bHasTicked = false;
+    bool _bLookForFuture = true;
     bool _bGoesOn = true;
 };
 
