@@ -9,6 +9,9 @@ namespace {
 /// Minutes that the clock passed over are told of one by one no further back than that: whoever was down for longer
 /// finds the machine's own log.
 constexpr std::int64_t MAX_GAP_TOLD = 24 * 60;
+/// So many passed-over minutes of all jobs together: the ledger forgets the oldest of each job anyway, and a day's
+/// worth of very many jobs must not cost the memory that the machine needs. The youngest are told of.
+constexpr std::size_t MAX_PASSED_TOLD = 1'000'000;
 
 /// Makes up one decision. The steps share what they found.
 class Decider {
@@ -47,20 +50,16 @@ private:
     const JobTable& _table;
     const TickWindow _window;
     Decision _decision;
-    std::vector<JobIndex> _vecCandidates;
+    std::vector<JobIndex> _vecMatching;
     std::vector<bool> _vecHadTurn; ///< by job: it has had its one start, or the reason against it
 };
 
 template <typename Visit>
 void Decider::ForEachMatching(std::int64_t iMinute, const Visit& visit) {
-    const WallMinute wall = WallMinuteOf(iMinute);
-    _vecCandidates.clear();
-    _table.Candidates(wall, _vecCandidates);
-    for (const JobIndex uJob : _vecCandidates) {
-        const Job& job = _table.At(uJob);
-        if (job.schedule.Matches(wall)) {
-            visit(uJob, job);
-        }
+    _vecMatching.clear();
+    _table.Matching(WallMinuteOf(iMinute), _vecMatching);
+    for (const JobIndex uJob : _vecMatching) {
+        visit(uJob, _table.At(uJob));
     }
 }
 
@@ -124,6 +123,9 @@ void Decider::LookBack() {
 
 /// What would have kept the job from running in any case is the reason rather than that nobody looked.
 void Decider::PassOver(JobIndex uJob, std::int64_t iMinute) {
+    if (_decision.vecSkips.size() >= MAX_PASSED_TOLD) {
+        return;
+    }
     const Job& job = _table.At(uJob);
     const SkipReason eOwn = job.bInvalid    ? SkipReason::DefinitionInvalid
                             : !job.bEnabled ? SkipReason::Disabled

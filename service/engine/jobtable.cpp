@@ -34,6 +34,7 @@ JobTable::JobTable(std::vector<Job> vecJobs) : _vecJobs(std::move(vecJobs)) {
         std::sort(_vecJobs.begin(), _vecJobs.end(), isBefore);
     }
     _mapKeys.reserve(_vecJobs.size());
+    _vecSchedules.reserve(_vecJobs.size());
     for (JobIndex uJob = 0; uJob < _vecJobs.size(); ++uJob) {
         Index(uJob);
         Enter(uJob);
@@ -65,18 +66,22 @@ void JobTable::SetKey(JobIndex uJob, std::int64_t iKey) {
     _mapKeys[iKey] = uJob;
 }
 
-void JobTable::Candidates(const WallMinute& wall, std::vector<JobIndex>& vecCandidates) const {
+void JobTable::Matching(const WallMinute& wall, std::vector<JobIndex>& vecMatching) const {
     const auto uHour = static_cast<std::size_t>(wall.iHour);
     const auto uMinute = static_cast<std::size_t>(wall.iMinute);
     for (const std::vector<JobIndex>* const pvecJobs :
          {&_vecAlways, &_avecByHour[uHour], &_avecByMinute[uMinute], &_avecByTime[uHour * MINUTES + uMinute]}) {
-        vecCandidates.insert(vecCandidates.end(), pvecJobs->begin(), pvecJobs->end());
+        for (const JobIndex uJob : *pvecJobs) {
+            if (_vecSchedules[uJob].Matches(wall)) {
+                vecMatching.push_back(uJob);
+            }
+        }
     }
 }
 
 /// Each job stands in lists of one kind only, and in each list once.
 void JobTable::Index(JobIndex uJob) {
-    const Schedule& schedule = _vecJobs[uJob].schedule;
+    const Schedule& schedule = _vecSchedules.emplace_back(_vecJobs[uJob].schedule);
     const std::uint64_t uMinutes = schedule.Minutes() & ALL_MINUTES;
     const std::uint32_t uHours = schedule.Hours() & ALL_HOURS;
     if (schedule.HasAnyMinute() && schedule.HasAnyHour()) {

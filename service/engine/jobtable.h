@@ -39,9 +39,8 @@ public:
     void SetKey(JobIndex uJob, std::int64_t iKey);
     void SetAccountId(JobIndex uJob, uid_t uid) { _vecJobs[uJob].uidAccount = uid; }
 
-    /// Adds to `vecCandidates` every job whose minute and hour may show that time of day, in no order; a job is added
-    /// once at most.
-    void Candidates(const WallMinute& wall, std::vector<JobIndex>& vecCandidates) const;
+    /// Adds to `vecMatching` every job whose schedule holds that minute, once, in no order.
+    void Matching(const WallMinute& wall, std::vector<JobIndex>& vecMatching) const;
 
     /// Jobs whose guarantee has run out at that instant, except those that cannot be started or that only wait and have
     /// been reported.
@@ -70,6 +69,7 @@ private:
     void Leave(JobIndex uJob);
 
     std::vector<Job> _vecJobs;
+    std::vector<Schedule> _vecSchedules; ///< by job: once more, close together, to be asked without touching the jobs
     std::unordered_map<std::int64_t, JobIndex> _mapKeys;
     std::vector<JobIndex> _vecAlways;                               ///< any minute of any hour
     std::array<std::vector<JobIndex>, HOURS> _avecByHour;           ///< any minute of some hours

@@ -183,7 +183,7 @@ void CompareAtRandom(const Scale& scale, bool bLiteral, std::uint64_t uDefaultSe
 }
 
 TEST(SimulationAgainstTheNaiveModel, AgreesWhateverHappensToTheMachine) {
-    CompareAtRandom(sim::IsLong() ? Scale{12, 365, 12} : Scale{24, 4, 8}, false, 20'260'101);
+    CompareAtRandom(sim::IsLong() ? Scale{12, 365, 12} : Scale{18, 4, 8}, false, 20'260'101);
 }
 
 TEST(SimulationAgainstTheNaiveModel, AgreesUnderTheLiteralPolicy) {

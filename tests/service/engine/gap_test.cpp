@@ -106,6 +106,22 @@ TEST(LongGap, IsToldOfNoFurtherBackThanADay) {
     EXPECT_EQ(AfterGap(24 * 60, SkipReason::ServiceDown, JobOf("job", "0 * * * *")).vecSkips.size(), 23U);
 }
 
+TEST(LongGap, OfVeryManyJobsIsToldOfAsFarBackAsThereIsRoom) {
+    std::vector<Job> vecJobs;
+    Job job = JobOf("job", "* * * * *");
+    for (int i = 0; i < 1000; ++i) {
+        job.id.strName = std::to_string(i);
+        vecJobs.push_back(job);
+    }
+    TickInput input = InputAt(NOON - 1440, NOON);
+    input.eGapCause = SkipReason::ServiceDown;
+    const Decision decision = Decide(input, TableOf(std::move(vecJobs)));
+    EXPECT_EQ(decision.vecStarts.size(), 1000U);
+    ASSERT_EQ(decision.vecSkips.size(), 1'000'000U);
+    EXPECT_EQ(decision.vecSkips.front().iMinute, NOON - 1000);
+    EXPECT_EQ(decision.vecSkips.back().iMinute, NOON - 1);
+}
+
 TEST(LongGap, BackwardsIsToldOfNothing) {
     EXPECT_TRUE(AfterGap(-500, SkipReason::ServiceDown, JobOf("job", "30 * * * *")).IsIdle());
 }
