@@ -38,6 +38,7 @@ private:
     void LookBack();
     void TellOfLongGap();
     void LookAtAssured();
+    void Lapse(JobIndex uJob);
     void Order();
     void Spread();
 
@@ -147,30 +148,40 @@ void Decider::TellOfLongGap() {
     }
 }
 
+/// A stamp ahead of the clock counts as now, from which only a negative guarantee has run out.
 void Decider::LookAtAssured() {
     const std::int64_t iNow = _input.reading.tNow;
     if (_input.bLookForFuture) {
         _table.ForEachAssured([&](JobIndex uJob) {
-            if (_table.At(uJob).AssureBase() > iNow) {
+            const Job& job = _table.At(uJob);
+            if (job.AssureBase() > iNow) {
                 _decision.vecFuture.push_back(uJob);
+                if (job.AssurePeriod() < 0) {
+                    Lapse(uJob);
+                }
             }
         });
     }
     _table.ForEachOverdue(iNow, [&](JobIndex uJob) {
-        const Job& job = _table.At(uJob);
-        // A stamp ahead of the clock counts as now, from which only a negative guarantee has run out.
-        if (_vecHadTurn[uJob] || !_input.bBootSettled || (job.AssureBase() > iNow && job.AssurePeriod() >= 0)) {
-            return;
-        }
-        const SkipReason eWhyNot = WhyNotNow(_input, job);
-        if (job.bAssureRun) {
-            if (eWhyNot == SkipReason::None && job.uRunning == 0 && !job.IsPending()) {
-                _decision.vecStarts.push_back({uJob, StartReason::Assure, _window.iNow, 0});
-            }
-        } else if (eWhyNot == SkipReason::None || eWhyNot == SkipReason::Overlap) {
-            _decision.vecOverdue.push_back(uJob);
+        if (_table.At(uJob).AssureBase() <= iNow) {
+            Lapse(uJob);
         }
     });
+}
+
+void Decider::Lapse(JobIndex uJob) {
+    if (_vecHadTurn[uJob] || !_input.bBootSettled) {
+        return;
+    }
+    const Job& job = _table.At(uJob);
+    const SkipReason eWhyNot = WhyNotNow(_input, job);
+    if (job.bAssureRun) {
+        if (eWhyNot == SkipReason::None && job.uRunning == 0 && !job.IsPending()) {
+            _decision.vecStarts.push_back({uJob, StartReason::Assure, _window.iNow, 0});
+        }
+    } else if (!job.bOverdueReported && (eWhyNot == SkipReason::None || eWhyNot == SkipReason::Overlap)) {
+        _decision.vecOverdue.push_back(uJob);
+    }
 }
 
 /// By the order of the jobs, so that what a tick does never depends on how the jobs are found.

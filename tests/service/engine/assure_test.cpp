@@ -185,10 +185,18 @@ TEST(StampInTheFuture, CountsAsNow) {
 }
 
 TEST(StampInTheFuture, LapsesAtOnceWhereTheHoursAreNegative) {
-    Job job = Overdue(true);
-    job.iLastExecution = NOON_SEC + 600;
-    job.iAssureHours = -1;
-    EXPECT_EQ(Starts(DecideFor(job)), Texts{"0 assure 12:00"});
+    TickInput input = AtNoon();
+    input.bLookForFuture = true;
+    for (const std::int64_t iAhead : {std::int64_t{600}, HOUR, 5 * HOUR}) {
+        Job job = Overdue(true);
+        job.iLastExecution = NOON_SEC + iAhead;
+        job.iAssureHours = -1;
+        EXPECT_EQ(Starts(DecideFor(job, input)), Texts{"0 assure 12:00"}) << iAhead;
+        job.bAssureRun = false;
+        EXPECT_EQ(DecideFor(job, input).vecOverdue, std::vector<JobIndex>{0}) << iAhead;
+        job.bOverdueReported = true;
+        EXPECT_TRUE(DecideFor(job, input).vecOverdue.empty()) << iAhead;
+    }
 }
 
 TEST(StampInTheFuture, LapsesNeverByASumThatWraps) {
