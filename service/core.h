@@ -109,6 +109,7 @@ private:
     void Carry(const Decision& decision, const ClockReading& reading);
     std::vector<Planned> Plan(const Decision& decision, const ClockReading& reading);
     void ApplyPlan(std::vector<Planned>& vecPlanned, const Decision& decision, const ClockReading& reading);
+    void StoreSkips(const std::vector<Skip>& vecSkips, const ClockReading& reading);
     void StoreSkip(const Skip& skip, const ClockReading& reading);
     void TellOfStaging();
     bool LaunchOne(Planned& planned, std::int64_t iNow);

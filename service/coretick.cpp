@@ -57,7 +57,8 @@ void Core::Tick(const ClockReading& reading, std::int64_t iUptimeSec) {
     _clock.iLastTick = reading.iLocalMinute;
     _tLastTick = reading.tNow;
     if (input.bHibernating && input.ePolicy == ClockPolicy::CatchUp) {
-        return; // nothing counts as worked on: the tick after waking finds the gap
+        _bLookForFuture = input.bLookForFuture; // the clock may have gone back meanwhile
+        return;                                 // nothing counts as worked on: the tick after waking finds the gap
     }
     const Decision decision = Decide(input, _table);
     _clock.iWorkedUpTo = decision.iWorkedUpTo;
@@ -67,9 +68,12 @@ void Core::Tick(const ClockReading& reading, std::int64_t iUptimeSec) {
     Carry(decision, reading);
 }
 
-/// Whether the machine hibernates is asked only where the answer matters: it may cost more than the rest of the tick.
 TickInput Core::MakeInput(const ClockReading& reading, std::int64_t iUptimeSec) {
     TickInput input;
+    input.bHibernating = _settings.isHibernating();
+    if (input.bHibernating) {
+        NoteSleep();
+    }
     input.reading = reading;
     input.ePolicy = _settings.ePolicy;
     input.iWorkedUpTo = _clock.iWorkedUpTo;
@@ -80,12 +84,6 @@ TickInput Core::MakeInput(const ClockReading& reading, std::int64_t iUptimeSec) 
     input.bBootSettled = iUptimeSec >= BOOT_SETTLED_SEC;
     input.bLookForFuture = _bLookForFuture || reading.tNow < _tLastTick;
     input.iMaxDelay = _template.MaxDelay();
-    if (_clock.iSleptSince != 0 || !Decide(input, _table).IsIdle()) {
-        input.bHibernating = _settings.isHibernating();
-        if (input.bHibernating) {
-            NoteSleep();
-        }
-    }
     return input;
 }
 
@@ -174,9 +172,7 @@ void Core::ApplyPlan(std::vector<Planned>& vecPlanned, const Decision& decision,
         for (const JobIndex uJob : decision.vecOverdue) {
             _store.PutJob(ToStored(_table.At(uJob)));
         }
-        for (const Skip& skip : decision.vecSkips) {
-            StoreSkip(skip, reading);
-        }
+        StoreSkips(decision.vecSkips, reading);
         for (const Planned& planned : vecPlanned) {
             const Job& job = _table.At(planned.uJob);
             if (planned.bIsRetry) {
@@ -195,6 +191,22 @@ void Core::ApplyPlan(std::vector<Planned>& vecPlanned, const Decision& decision,
         }
     }
     _bWorthSaving = _bWorthSaving || !decision.IsIdle();
+}
+
+/// After a long absence there may be very many. Of each job only as many are written as its ledger keeps: the youngest,
+/// which come last.
+void Core::StoreSkips(const std::vector<Skip>& vecSkips, const ClockReading& reading) {
+    std::map<JobIndex, int> mapLeft;
+    for (const Skip& skip : vecSkips) {
+        ++mapLeft[skip.uJob];
+    }
+    for (const Skip& skip : vecSkips) {
+        if (skip.bOfPending || mapLeft[skip.uJob]-- <= StateStore::LEDGER_DEPTH) {
+            StoreSkip(skip, reading);
+        } else {
+            ++_counters.mapSkips[ToText(skip.eReason)];
+        }
+    }
 }
 
 void Core::StoreSkip(const Skip& skip, const ClockReading& reading) {
