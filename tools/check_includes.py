@@ -13,17 +13,32 @@ import cpptext
 
 CONTRACTS = "platform/*.h"
 LIBRARY = ["base/*.h", "logger/*.h", "crond/*.h", CONTRACTS]
+ROOMS = [f"service/{room}/*.h" for room in ("control", "definitions", "engine", "launch", "role", "state")]
+# What the rooms of the service share: texts that are fit for a log line, a descriptor that is closed.
+SHARED = ["service/logtext.h", "service/uniquefd.h"]
+OUTCOMES = ["service/engine/jobid.h", "service/engine/outcome.h"]
 EVERYTHING = None
 
-# What each floor may include, besides its own files: single headers, or the headers that lie directly in a folder. The
-# deepest floor that holds a file decides.
+# What each floor may include, besides its own files: single headers, or the headers that lie directly in a folder. A
+# floor is a folder, or a pair of files (named without their endings) that stands apart from its folder. The deepest
+# floor that holds a file decides.
 FLOORS = {
     "base": [],
     "platform": ["base/export.h"],
     "platform/linux": ["base/export.h", CONTRACTS],
     "logger": ["base/*.h"],
     "crond": ["base/*.h", "logger/*.h", CONTRACTS],
-    "service": LIBRARY,
+    "service": LIBRARY + ROOMS,
+    # The decisions: no files, no log, no clock and no process, so neither base/ nor platform/.
+    "service/engine": ["crond/*.h", "service/logtext.h"],
+    "service/definitions": ["crond/*.h", CONTRACTS, "service/engine/jobid.h"] + SHARED,
+    "service/launch": LIBRARY + OUTCOMES + SHARED,
+    "service/role": ["service/replacefile.h"] + SHARED,
+    "service/state": OUTCOMES + SHARED,
+    # The socket knows nothing of jobs. What is answered there does.
+    "service/control": ["service/eventsource.h"] + SHARED,
+    "service/control/jobjson": ["service/engine/*.h", "service/report.h"],
+    "service/control/requests": LIBRARY + ["service/control/*.h", "service/core.h", "service/logtext.h"],
     "ctl": LIBRARY,
     "tests": EVERYTHING,
     "bench": EVERYTHING,
@@ -36,7 +51,7 @@ INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*(?:"(?P<quoted>[^"\n]*)"|<(?P<
 
 def floor_of(path):
     """The deepest floor that holds the path, or None."""
-    return next((str(parent) for parent in path.parents if str(parent) in FLOORS), None)
+    return next((str(place) for place in (path.with_suffix(""), *path.parents) if str(place) in FLOORS), None)
 
 
 def allowed(floor, target):
@@ -60,7 +75,9 @@ def judge(root, path, match):
     if ".." in target.parts or target.is_absolute():
         return f'"{text}": say where it lies, counted from the root'
     floor = floor_of(path)
-    return None if allowed(floor, target) else f"{floor}/ may not include {text}"
+    if allowed(floor, target):
+        return None
+    return f"{floor}{'/' if (root / floor).is_dir() else ''} may not include {text}"
 
 
 def source_files(root):

@@ -20,7 +20,12 @@ class CheckIncludes(PlantedTree):
         "crond/job.h": '#include "logger/log.h"\n',
         "crond/job/room.h": "#pragma once\n",
         "crond/job/room.cpp": '#include "crond/job.h"\n#include "crond/job/room.h"\n#include "platform/file.h"\n',
-        "service/loop.h": '#include "crond/job.h"\n',
+        "service/logtext.h": "#pragma once\n",
+        "service/engine/engine.h": '#include "crond/job.h"\n#include "service/logtext.h"\n',
+        "service/control/server.h": "#pragma once\n",
+        "service/control/requests.h": '#include "service/control/server.h"\n#include "service/core.h"\n',
+        "service/core.h": '#include "crond/job.h"\n#include "service/engine/engine.h"\n',
+        "service/loop.h": '#include "service/core.h"\n#include "service/control/requests.h"\n',
         "service/main.cpp": '#include "service/loop.h"\n',
         "ctl/main.cpp": '#include "crond/job.h"\n',
         "tests/fake.h": "#pragma once\n",
@@ -63,6 +68,25 @@ class CheckIncludes(PlantedTree):
         self.assert_refused("ctl/up.h", '"service/loop.h"', "ctl/ may not include service/loop.h")
         (self.root / "ctl/up.h").unlink()
         self.assert_refused("crond/up.h", '"service/loop.h"', "crond/ may not include service/loop.h")
+
+    def test_the_engine_cannot_log_and_has_no_platform(self):
+        self.assert_refused("service/engine/up.h", '"base/line.h"', "service/engine/ may not include base/line.h")
+        self.assert_refused("service/engine/up.h", '"platform/file.h"',
+                            "service/engine/ may not include platform/file.h")
+
+    def test_the_engine_knows_nothing_of_what_is_built_on_it(self):
+        self.assert_refused("service/engine/up.h", '"service/core.h"', "service/engine/ may not include service/core.h")
+
+    def test_one_room_may_not_look_into_another(self):
+        self.assert_refused("service/state/up.h", '"service/engine/engine.h"',
+                            "service/state/ may not include service/engine/engine.h")
+
+    def test_a_pair_of_files_may_stand_above_the_rest_of_its_folder(self):
+        self.assert_refused("service/control/up.h", '"service/core.h"',
+                            "service/control/ may not include service/core.h")
+        (self.root / "service/control/up.h").unlink()
+        self.assert_refused("service/control/requests.cpp", '"service/loop.h"',
+                            "service/control/requests may not include service/loop.h")
 
     def test_the_service_may_not_use_a_test_double(self):
         self.assert_refused("service/up.h", '"tests/fake.h"', "service/ may not include tests/fake.h")
