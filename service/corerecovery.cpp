@@ -33,8 +33,9 @@ void Core::Recover(std::int64_t iNow) {
 /// The record of a launch tells exactly how far it came; where there is none, its child was never made.
 void Core::RecoverRun(const StoredRun& stored, bool bSameBoot, std::int64_t iNow, std::vector<Planned>& vecAgain) {
     RunTable& table = _launcher.Table();
-    std::optional<RunRecord> record = bSameBoot ? table.Find(stored.outcome.uRun) : std::nullopt;
-    const bool bLost = !bSameBoot || (!record && table.IsNew());
+    // What is in the table is of this boot, also where no tick has told the state of it yet.
+    std::optional<RunRecord> record = table.Find(stored.outcome.uRun);
+    const bool bLost = !record && (!bSameBoot || table.IsNew());
     const bool bBegan = record && !table.Revoke(stored.outcome.uRun);
     record = bBegan ? table.Find(stored.outcome.uRun) : std::nullopt; // it may have come further meanwhile
     if (bLost || (bBegan && !record)) {
