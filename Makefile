@@ -2,7 +2,7 @@
 
 # Test steps run one after the other even under make -j: each uses both cores already.
 .NOTPARALLEL:
-.PHONY: all demo test test-dev test-asan test-tsan test-clang test-fuzz bench install format clean
+.PHONY: all demo test test-dev test-asan test-tsan test-clang test-fuzz soak bench install format clean
 .DEFAULT_GOAL := all
 
 all:
@@ -23,6 +23,13 @@ test-dev test-asan test-tsan test-clang test-fuzz: test-%:
 	cmake --preset $*
 	cmake --build --preset $*
 	ctest --preset $*
+
+# The long forms of tests that have a short one in "make test".
+soak:
+	@tools/install-deps.sh build test
+	cmake --preset dev
+	cmake --build --preset dev
+	ctest --preset dev -C soak -L soak
 
 bench:
 	@tools/install-deps.sh build bench
