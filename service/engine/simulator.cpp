@@ -19,14 +19,20 @@ void Simulator::Run(std::time_t tFrom, std::time_t tTo, const std::vector<SimEve
     _tNow = tFrom - UNDISTURBED_SEC;
     auto itEvent = vecEvents.begin();
     bool bMinuteBegins = true;
+    bool bBegun = false;
     // The clock may be set back past the end again and again, but each event happens once, so this ends.
     while (_bGoesOn && _tNow <= tTo) {
         const std::optional<ClockReading> reading = ReadingAt(_tNow);
         if (!reading) {
             return;
         }
+        bBegun = bBegun || _tNow >= tFrom;
         if (bMinuteBegins || reading->iSecond == 0) {
-            Tick(*reading, _tNow >= tFrom, told);
+            if (bBegun) {
+                Tick(*reading, told);
+            } else {
+                PassUndisturbed(*reading);
+            }
         }
         const std::time_t tNext = reading->NextMinute();
         bMinuteBegins = itEvent == vecEvents.end() || itEvent->tInstant > std::min(tNext, tTo);
@@ -64,7 +70,17 @@ void Simulator::Happen(const SimEvent& event) {
     }
 }
 
-void Simulator::Tick(const ClockReading& reading, bool bTell, const Told& told) {
+/// Nothing but the clock is left behind by the hours before: what the jobs did then, their stamps tell.
+void Simulator::PassUndisturbed(const ClockReading& reading) {
+    if (!_bHasTicked || reading.iLocalMinute != _iLastMinute) {
+        const std::int64_t iBefore = _bHasTicked ? _iWorkedUpTo : reading.iLocalMinute - 1;
+        _iWorkedUpTo = WindowOf(_settings.ePolicy, iBefore, reading.iLocalMinute).iWorkedUpTo;
+        _iLastMinute = reading.iLocalMinute;
+        _bHasTicked = true;
+    }
+}
+
+void Simulator::Tick(const ClockReading& reading, const Told& told) {
     if (_bHasTicked && reading.iLocalMinute == _iLastMinute) {
         return;
     }
@@ -103,7 +119,7 @@ void Simulator::Tick(const ClockReading& reading, bool bTell, const Told& told) 
             job.bOverdueReported = false;
         });
     }
-    if (bTell && !decision.IsIdle()) {
+    if (!decision.IsIdle()) {
         _bGoesOn = told(reading, decision, _table);
     }
 }

@@ -38,7 +38,7 @@ public:
 
     Simulator(const Settings& settings, JobTable table) : _settings(settings), _table(std::move(table)) {}
 
-    /// @param tFrom      nothing before it is told, and no event may lie before it.
+    /// @param tFrom      the jobs are as they were given at that instant; no event may lie before it.
     /// @param tTo        the last instant that is looked at.
     /// @param vecEvents  in the order of their instants.
     void Run(std::time_t tFrom, std::time_t tTo, const std::vector<SimEvent>& vecEvents, const Told& told);
@@ -47,7 +47,8 @@ public:
 
 private:
     void Happen(const SimEvent& event);
-    void Tick(const ClockReading& reading, bool bTell, const Told& told);
+    void PassUndisturbed(const ClockReading& reading);
+    void Tick(const ClockReading& reading, const Told& told);
 
     Settings _settings;
     JobTable _table;

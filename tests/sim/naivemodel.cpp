@@ -67,16 +67,17 @@ std::vector<ModelOutcome> NaiveModel::Run(std::time_t tFrom, std::time_t tTo,
                                           const std::vector<ModelEvent>& vecEvents) {
     _strCause = szClockStep;
     std::size_t uNextEvent = 0;
-    std::size_t uTold = 0;
+    bool bBegun = false;
     // The first whole minute of the undisturbed hours.
     _tClock = (tFrom - FOUR_HOURS + 59) / 60 * 60;
     while (_tClock <= tTo) {
         if (_tClock % 60 == 0) {
-            Look();
-            if (_tClock < tFrom) {
-                _vecOutcomes.resize(uTold);
+            bBegun = bBegun || _tClock >= tFrom;
+            if (bBegun) {
+                Look();
+            } else {
+                LookBeforehand();
             }
-            uTold = _vecOutcomes.size();
         }
         const std::time_t tNextMinute = (_tClock / 60 + 1) * 60;
         if (uNextEvent < vecEvents.size() && vecEvents[uNextEvent].tInstant <= std::min(tNextMinute, tTo)) {
@@ -105,6 +106,17 @@ void NaiveModel::Happen(const ModelEvent& event) {
     } else {
         _bPassive = event.strWhat == "passive";
     }
+}
+
+/// Of the hours before, only how far the clock was worked on counts.
+void NaiveModel::LookBeforehand() {
+    const std::int64_t iMinute = MinuteOnTheWall(_tClock);
+    const std::int64_t iPassed = iMinute - _iWorkedUpTo;
+    if (!_bLooked || _bLiteral || iPassed < -180 || iPassed > 0) {
+        _iWorkedUpTo = iMinute;
+    }
+    _bLooked = true;
+    _iLastLook = iMinute;
 }
 
 /// One tick, at the start of a minute.

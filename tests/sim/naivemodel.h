@@ -56,6 +56,7 @@ private:
     static ModelJob ModelOf(const CronJob& record);
     static bool Matches(const ModelJob& job, std::int64_t iMinute);
     void Happen(const ModelEvent& event);
+    void LookBeforehand();
     void Look();
     void LookAtJob(ModelJob& job, std::int64_t iMinute, std::int64_t iPassed);
     void LookAtGuarantee(ModelJob& job, std::int64_t iMinute, bool bHadTurn);
