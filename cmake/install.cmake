@@ -28,7 +28,9 @@ file(RELATIVE_PATH VUKO_PREFIX_FROM_PKGCONFIG
   ${CMAKE_INSTALL_PREFIX}/${VUKO_INSTALL_PKGCONFIG} ${CMAKE_INSTALL_PREFIX})
 string(REGEX REPLACE "/$" "" VUKO_PREFIX_FROM_PKGCONFIG ${VUKO_PREFIX_FROM_PKGCONFIG})
 set_target_properties(crond PROPERTIES INSTALL_RPATH $ORIGIN)
+file(RELATIVE_PATH VUKO_LIBDIR_FROM_BINDIR ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
 set_target_properties(vukocrond_service PROPERTIES INSTALL_RPATH $ORIGIN/${VUKO_LIBDIR_FROM_SBINDIR})
+set_target_properties(vukocronctl PROPERTIES INSTALL_RPATH $ORIGIN/${VUKO_LIBDIR_FROM_BINDIR})
 
 foreach(header ${VUKO_PUBLIC_HEADERS})
   cmake_path(GET header PARENT_PATH folder)
@@ -40,6 +42,7 @@ foreach(library crond platform)
 endforeach()
 install(TARGETS crond platform EXPORT vukocrond LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(TARGETS vukocrond_service RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
+install(TARGETS vukocronctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(FILES docs/man/vukocrond.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 
 # Below the prefix like all else, in the folder that systemd has for units of packages. Where the prefix is /usr, a

@@ -1,0 +1,105 @@
+#include "ctl/client.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "ctl/toolerror.h"
+#include "service/control/protocol.h"
+
+namespace VUKO::VUKOCrond::Ctl {
+
+namespace {
+
+namespace Protocol = Service::Protocol;
+
+ExitStatus StatusOf(const std::string& strCode) {
+    static const std::map<std::string, ExitStatus> mapStatuses = {
+        {"denied", EXIT_DENIED},         {"not-found", EXIT_WRONG},  {"ambiguous", EXIT_BAD_USAGE},
+        {"bad-request", EXIT_BAD_USAGE}, {"refused", EXIT_WRONG},    {"failed", EXIT_WRONG},
+        {"busy", EXIT_UNREACHABLE},      {"rate", EXIT_UNREACHABLE}, {"bad-version", EXIT_UNREACHABLE}};
+    const auto it = mapStatuses.find(strCode);
+    return it != mapStatuses.end() ? it->second : EXIT_WRONG;
+}
+
+Json::Value Parse(const char* pText, std::size_t uSize) {
+    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    Json::Value jsReply;
+    std::string strErrors;
+    if (!reader->parse(pText, pText + uSize, &jsReply, &strErrors) || !jsReply.isObject()) {
+        throw ToolError(EXIT_UNREACHABLE, "the service's reply cannot be understood");
+    }
+    return jsReply;
+}
+
+} // namespace
+
+Client::Client(const std::string& strRoot) : _strPath(strRoot + Protocol::SOCKET_PATH) {
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    if (_strPath.size() >= sizeof(address.sun_path)) {
+        Unreachable(ENAMETOOLONG);
+    }
+    _strPath.copy(address.sun_path, sizeof(address.sun_path) - 1);
+    _iFd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    if (_iFd < 0 || connect(_iFd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+        Unreachable(errno);
+    }
+}
+
+Client::~Client() {
+    if (_iFd >= 0) {
+        close(_iFd);
+    }
+}
+
+Json::Value Client::Ask(const std::string& strVerb, Json::Value jsMembers) {
+    jsMembers[Protocol::KEY_VERSION] = Protocol::VERSION;
+    jsMembers[Protocol::KEY_VERB] = strVerb;
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    const std::string strRequest = Json::writeString(builder, jsMembers);
+    // A service that refuses the connection for want of room says so before it closes it: its word is read first.
+    const ssize_t iSent = send(_iFd, strRequest.data(), strRequest.size(), MSG_NOSIGNAL);
+    const int iErrno = errno;
+    std::vector<char> vecReply(Protocol::REPLY_BYTES_MAX);
+    const ssize_t iRead = recv(_iFd, vecReply.data(), vecReply.size(), 0);
+    if (iRead <= 0) {
+        Unreachable(iSent < 0 ? iErrno : iRead < 0 ? errno : ECONNRESET);
+    }
+    const Json::Value jsReply = Parse(vecReply.data(), static_cast<std::size_t>(iRead));
+    if (!jsReply[Protocol::KEY_OK].asBool()) {
+        const Json::Value& jsError = jsReply[Protocol::KEY_ERROR];
+        throw ToolError(StatusOf(jsError[Protocol::KEY_CODE].asString()), jsError[Protocol::KEY_MESSAGE].asString());
+    }
+    return jsReply[Protocol::KEY_RESULT];
+}
+
+Json::Value Client::AskAll(const std::string& strVerb, Json::Value jsMembers) {
+    Json::Value jsItems(Json::arrayValue);
+    jsMembers["from"] = 0;
+    for (;;) {
+        const Json::Value jsPage = Ask(strVerb, jsMembers);
+        for (const Json::Value& jsItem : jsPage["items"]) {
+            jsItems.append(jsItem);
+        }
+        if (jsPage["next"].isNull()) {
+            return jsItems;
+        }
+        jsMembers["from"] = jsPage["next"];
+    }
+}
+
+void Client::Unreachable(int iErrno) const {
+    throw ToolError(iErrno == EACCES || iErrno == EPERM ? EXIT_DENIED : EXIT_UNREACHABLE,
+                    "the service cannot be reached at " + _strPath + ": " + std::strerror(iErrno) +
+                        (iErrno == ENOENT || iErrno == ECONNREFUSED ? " (is vukocrond running?)" : ""));
+}
+
+} // namespace VUKO::VUKOCrond::Ctl

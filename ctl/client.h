@@ -1,0 +1,33 @@
+#pragma once
+
+#include <json/json.h>
+
+#include <string>
+
+namespace VUKO::VUKOCrond::Ctl {
+
+/// The service, as the tool sees it: one connection to its control socket.
+class Client {
+public:
+    /// @param strRoot  the folder of --root; empty for none.
+    explicit Client(const std::string& strRoot);
+    ~Client();
+    Client(const Client&) = delete;
+    Client& operator=(const Client&) = delete;
+
+    /// Asks for a verb; further members of the request are in `jsMembers`.
+    ///
+    /// @return the result. @throws ToolError with the status that belongs to the service's error code, or
+    ///         EXIT_UNREACHABLE.
+    Json::Value Ask(const std::string& strVerb, Json::Value jsMembers = Json::Value(Json::objectValue));
+    /// All pages of a list, one after the other.
+    Json::Value AskAll(const std::string& strVerb, Json::Value jsMembers = Json::Value(Json::objectValue));
+
+private:
+    [[noreturn]] void Unreachable(int iErrno) const;
+
+    std::string _strPath;
+    int _iFd = -1;
+};
+
+} // namespace VUKO::VUKOCrond::Ctl

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <json/json.h>
+
+#include <CLI/CLI.hpp>
+
+#include <functional>
+#include <string>
+
+#include "ctl/toolerror.h"
+
+namespace VUKO::VUKOCrond::Ctl {
+
+/// What every command may need of the command line.
+struct Common {
+    std::string strRoot; ///< canonical; empty: none
+    bool bJson = false;
+    std::function<ExitStatus()> run; ///< what the command that was chosen does
+};
+
+/// Adds a command; `run` of `common` is set when it is chosen. Each stands in a file of its own.
+CLI::App* AddCommand(CLI::App& app, Common& common, const std::string& strName, const std::string& strDescription,
+                     std::function<ExitStatus()> run);
+
+void AddNext(CLI::App& app, Common& common);
+void AddSimulate(CLI::App& app, Common& common);
+void AddStatus(CLI::App& app, Common& common);
+void AddList(CLI::App& app, Common& common);
+void AddShow(CLI::App& app, Common& common);
+void AddHistory(CLI::App& app, Common& common);
+void AddRun(CLI::App& app, Common& common);
+/// reload, reroll, role, template, drain: one request each.
+void AddSteering(CLI::App& app, Common& common);
+
+/// Prints one JSON document.
+void PrintJson(const Json::Value& jsValue);
+
+} // namespace VUKO::VUKOCrond::Ctl

@@ -1,0 +1,105 @@
+#include <ctime>
+#include <iostream>
+#include <map>
+#include <memory>
+
+#include "ctl/command.h"
+#include "ctl/jobs.h"
+#include "ctl/nextstarts.h"
+#include "ctl/table.h"
+#include "ctl/zone.h"
+
+namespace VUKO::VUKOCrond::Ctl {
+
+namespace {
+
+using namespace Service;
+
+struct Asked {
+    std::string strJob;
+    std::string strCrontab;
+    std::string strFile;
+    std::string strFrom;
+    std::string strZone;
+    std::size_t uCount = 1;
+    ClockPolicy ePolicy = ClockPolicy::CatchUp;
+};
+
+std::vector<Job> JobsAskedFor(const Asked& asked, const Common& common) {
+    if (!asked.strCrontab.empty()) {
+        return {JobOfCrontab(asked.strCrontab)};
+    }
+    if (!asked.strFile.empty()) {
+        return JobsOfFile(asked.strFile);
+    }
+    return JobsOfService(common.strRoot, asked.strJob);
+}
+
+Json::Value ToJson(const Job& job, const std::vector<NextStart>& vecStarts) {
+    Json::Value jsJob(Json::objectValue);
+    jsJob["name"] = job.id.strName;
+    jsJob["crontab"] = CrontabOf(job);
+    jsJob["next"] = Json::Value(Json::arrayValue);
+    for (const NextStart& start : vecStarts) {
+        Json::Value jsStart(Json::objectValue);
+        jsStart["epoch"] = static_cast<Json::Int64>(start.tInstant);
+        jsStart["local"] = LocalText(start.tInstant);
+        jsStart["reason"] = ToText(start.eReason);
+        jsJob["next"].append(jsStart);
+    }
+    return jsJob;
+}
+
+ExitStatus Run(const Asked& asked, const Common& common) {
+    UseZone(asked.strZone);
+    const std::time_t tFrom = asked.strFrom.empty() ? time(nullptr) : ParseTime(asked.strFrom);
+    Json::Value jsResult(Json::objectValue);
+    jsResult["zone"] = ZoneName(asked.strZone);
+    jsResult["policy"] = ToText(asked.ePolicy);
+    jsResult["jobs"] = Json::Value(Json::arrayValue);
+    Table table({"START", "REASON", "JOB"});
+    for (const Job& job : JobsAskedFor(asked, common)) {
+        const std::vector<NextStart> vecStarts = FindNextStarts(job, asked.ePolicy, tFrom, asked.uCount);
+        jsResult["jobs"].append(ToJson(job, vecStarts));
+        const std::string strName = job.id.strFolder.empty() ? job.id.strName : ToText(job.id);
+        for (const NextStart& start : vecStarts) {
+            table.Add({LocalText(start.tInstant), ToText(start.eReason), strName});
+        }
+        if (vecStarts.empty()) {
+            table.Add({"never", "-", strName});
+        }
+    }
+    if (common.bJson) {
+        PrintJson(jsResult);
+    } else {
+        table.Print(std::cout);
+    }
+    return EXIT_DONE;
+}
+
+} // namespace
+
+void AddNext(CLI::App& app, Common& common) {
+    const auto asked = std::make_shared<Asked>();
+    CLI::App* const pCommand =
+        AddCommand(app, common, "next", "Show when jobs start next", [asked, &common] { return Run(*asked, common); });
+    CLI::Option* const pJob = pCommand->add_option("JOB", asked->strJob, "Installed job; without one, all of them");
+    CLI::Option* const pCrontab = pCommand->add_option("--crontab", asked->strCrontab, "Five fields, in one argument")
+                                      ->type_name("\"M H D M W\"");
+    CLI::Option* const pFile =
+        pCommand->add_option("--file", asked->strFile, "Definition file, - for standard input")->type_name("FILE");
+    pJob->excludes(pCrontab)->excludes(pFile);
+    pCrontab->excludes(pFile);
+    pCommand->add_option("-n", asked->uCount, "How many starts of each job (1)")
+        ->type_name("N")
+        ->check(CLI::Range(1, 100000).description(""));
+    pCommand->add_option("--from", asked->strFrom, "Starts after TIME: @EPOCH or local YYYY-MM-DDTHH:MM[:SS] (now)")
+        ->type_name("TIME");
+    pCommand->add_option("--tz", asked->strZone, "Time zone (the system's)")->type_name("ZONE");
+    pCommand->add_option("--policy", asked->ePolicy, "literal or catchup (catchup)")
+        ->type_name("POLICY")
+        ->transform(CLI::CheckedTransformer(
+            std::map<std::string, ClockPolicy>{{"catchup", ClockPolicy::CatchUp}, {"literal", ClockPolicy::Literal}}));
+}
+
+} // namespace VUKO::VUKOCrond::Ctl

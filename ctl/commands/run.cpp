@@ -1,0 +1,54 @@
+#include <iostream>
+#include <memory>
+
+#include "ctl/client.h"
+#include "ctl/command.h"
+#include "ctl/words.h"
+
+namespace VUKO::VUKOCrond::Ctl {
+
+namespace {
+
+struct Asked {
+    std::string strJob;
+    bool bWait = false;
+};
+
+constexpr int SIGNALED_BASE = 128;
+
+/// The tool's own status is that of the job, as with a command that is run by hand.
+ExitStatus StatusOf(const Json::Value& jsEnd) {
+    const int iCode = jsEnd["code"].asInt();
+    if (jsEnd["kind"] == "exited") {
+        return static_cast<ExitStatus>(iCode);
+    }
+    return jsEnd["kind"] == "signaled" ? static_cast<ExitStatus>(SIGNALED_BASE + iCode) : EXIT_WRONG;
+}
+
+ExitStatus Run(const Asked& asked, const Common& common) {
+    Json::Value jsMembers(Json::objectValue);
+    jsMembers["job"] = asked.strJob;
+    jsMembers["wait"] = asked.bWait;
+    const Json::Value jsResult = Client(common.strRoot).Ask("run", jsMembers);
+    if (common.bJson) {
+        PrintJson(jsResult);
+    } else if (!asked.bWait) {
+        std::cout << "Started " << jsResult["job"].asString() << ".\n";
+    } else {
+        std::cout << jsResult["job"].asString() << ": " << EndText(jsResult["end"], "kind") << " after "
+                  << RunTimeText(jsResult["end"]["durationUsec"].asInt64()) << "\n";
+    }
+    return asked.bWait ? StatusOf(jsResult["end"]) : EXIT_DONE;
+}
+
+} // namespace
+
+void AddRun(CLI::App& app, Common& common) {
+    const auto asked = std::make_shared<Asked>();
+    CLI::App* const pCommand =
+        AddCommand(app, common, "run", "Start a job now", [asked, &common] { return Run(*asked, common); });
+    pCommand->add_option("JOB", asked->strJob, "Its name, or FOLDER/NAME, or FOLDER/PACKAGE/NAME")->required();
+    pCommand->add_flag("--wait", asked->bWait, "Wait for its end, and end with its status");
+}
+
+} // namespace VUKO::VUKOCrond::Ctl

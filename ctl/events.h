@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "service/engine/simulator.h"
+
+namespace VUKO::VUKOCrond::Ctl {
+
+/// Reads an events file of a simulation: lines "TIME clock +SECONDS", "TIME clock -SECONDS", "TIME down SECONDS",
+/// "TIME hibernate SECONDS", "TIME passive", "TIME active"; empty lines and what follows "#" do not count. "-" is
+/// standard input.
+///
+/// @return the events by their times. @throws ToolError that names the line.
+std::vector<Service::SimEvent> ReadEvents(const std::string& strFile);
+
+} // namespace VUKO::VUKOCrond::Ctl

@@ -1,0 +1,65 @@
+#include <filesystem>
+#include <iostream>
+
+#include "ctl/command.h"
+
+namespace {
+
+using namespace VUKO::VUKOCrond::Ctl;
+
+constexpr const char* DESCRIPTION = "Shows and steers the jobs of vukocrond.";
+constexpr const char* FOOTER =
+    "Exit status: 0 done, 1 the thing asked about is wrong or absent, 2 bad usage, 3 the service "
+    "could not be reached, 4 permission denied.";
+
+std::string Complaint(const CLI::App* pApp, const CLI::Error& error) {
+    return pApp->get_name() + ": " + error.what() + "\nTry '" + pApp->get_name() + " --help' for more information.\n";
+}
+
+ExitStatus Work(int iCount, char** aArguments) {
+    Common common;
+    CLI::App app(DESCRIPTION, "vukocronctl");
+    app.footer(FOOTER);
+    app.failure_message(Complaint);
+    app.set_help_flag("-h,--help", "Print this text and end");
+    app.set_version_flag("-V,--version", "vukocronctl " VUKO_VERSION, "Print the version and end");
+    app.add_option("--root", common.strRoot, "All folders and files lie below DIR")
+        ->type_name("DIR")
+        ->check(CLI::Validator(CLI::ExistingDirectory).description(""));
+    app.require_subcommand(1);
+    app.fallthrough();
+    for (const auto add : {AddNext, AddSimulate, AddStatus, AddList, AddShow, AddHistory, AddRun, AddSteering}) {
+        add(app, common);
+    }
+    try {
+        app.parse(iCount, aArguments);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error, std::cout, std::cerr) == 0 ? EXIT_DONE : EXIT_BAD_USAGE;
+    }
+    if (!common.strRoot.empty()) {
+        common.strRoot = std::filesystem::canonical(common.strRoot).string();
+        common.strRoot = common.strRoot == "/" ? std::string() : common.strRoot;
+    }
+    return common.run();
+}
+
+} // namespace
+
+int main(int iCount, char** aArguments) {
+    ExitStatus eStatus = EXIT_DONE;
+    try {
+        eStatus = Work(iCount, aArguments);
+    } catch (const ToolError& error) {
+        std::cerr << "vukocronctl: " << error.what() << "\n";
+        eStatus = error.Status();
+    } catch (const std::exception& exception) {
+        std::cerr << "vukocronctl: " << exception.what() << "\n";
+        eStatus = EXIT_WRONG;
+    }
+    std::cout.flush();
+    if (!std::cout) {
+        std::cerr << "vukocronctl: cannot write to standard output\n";
+        return eStatus == EXIT_DONE ? EXIT_WRONG : eStatus;
+    }
+    return eStatus;
+}

@@ -1,0 +1,162 @@
+#include "ctl/zone.h"
+
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+
+#include "ctl/toolerror.h"
+
+namespace VUKO::VUKOCrond::Ctl {
+
+namespace {
+
+constexpr const char* ZONE_FOLDER = "/usr/share/zoneinfo";
+constexpr int TM_YEAR_BASE = 1900;
+
+bool IsKnownZone(const std::string& strZone) {
+    if (strZone == "UTC" || strZone == "GMT") {
+        return true;
+    }
+    if (strZone.find("..") == std::string::npos && strZone.front() != '/') {
+        std::error_code error;
+        if (std::filesystem::is_regular_file(std::filesystem::path(ZONE_FOLDER) / strZone, error)) {
+            return true;
+        }
+    }
+    static const std::regex posix(R"((<[A-Za-z0-9+-]{3,}>|[A-Za-z]{3,})[+-]?\d{1,3}(:\d{1,2}){0,2}.*)");
+    return std::regex_match(strZone, posix);
+}
+
+[[noreturn]] void RefuseTime(const std::string& strText) {
+    throw ToolError(EXIT_BAD_USAGE, "\"" + strText + "\" is no time: expected @EPOCH or YYYY-MM-DDTHH:MM[:SS]");
+}
+
+bool SameWallTime(const std::tm& left, const std::tm& right) {
+    return left.tm_year == right.tm_year && left.tm_mon == right.tm_mon && left.tm_mday == right.tm_mday &&
+           left.tm_hour == right.tm_hour && left.tm_min == right.tm_min && left.tm_sec == right.tm_sec;
+}
+
+std::tm LocalTime(std::time_t tInstant) {
+    std::tm tmLocal = {};
+    if (localtime_r(&tInstant, &tmLocal) == nullptr) {
+        throw ToolError(EXIT_WRONG, "the time @" + std::to_string(tInstant) + " has no local time");
+    }
+    return tmLocal;
+}
+
+/// The first instant at which the wall clock shows that time.
+std::time_t FirstInstantOf(const std::tm& tmWanted) {
+    std::time_t tFirst = -1;
+    for (const int iDst : {1, 0}) {
+        std::tm tmTried = tmWanted;
+        tmTried.tm_isdst = iDst;
+        const std::time_t tTried = mktime(&tmTried);
+        if (SameWallTime(LocalTime(tTried), tmWanted) && (tFirst == -1 || tTried < tFirst)) {
+            tFirst = tTried;
+        }
+    }
+    if (tFirst != -1) {
+        return tFirst;
+    }
+    std::tm tmTried = tmWanted;
+    tmTried.tm_isdst = -1;
+    return mktime(&tmTried);
+}
+
+bool IsDate(const std::tm& tmWanted) {
+    std::tm tmUtc = tmWanted;
+    const std::time_t tUtc = timegm(&tmUtc);
+    std::tm tmBack = {};
+    return gmtime_r(&tUtc, &tmBack) != nullptr && SameWallTime(tmBack, tmWanted);
+}
+
+} // namespace
+
+void UseZone(const std::string& strZone) {
+    if (!strZone.empty()) {
+        if (!IsKnownZone(strZone)) {
+            throw ToolError(EXIT_BAD_USAGE, "\"" + strZone + "\" is no time zone; names look like Europe/Berlin");
+        }
+        setenv("TZ", strZone.c_str(), 1);
+    }
+    tzset();
+}
+
+std::string ZoneName(const std::string& strAskedFor) {
+    if (!strAskedFor.empty()) {
+        return strAskedFor;
+    }
+    if (const char* const szZone = std::getenv("TZ"); szZone != nullptr && *szZone != '\0') {
+        return *szZone == ':' ? szZone + 1 : szZone;
+    }
+    std::error_code error;
+    const std::string strTarget = std::filesystem::read_symlink("/etc/localtime", error).string();
+    if (const std::size_t uAt = strTarget.find("zoneinfo/"); uAt != std::string::npos) {
+        return strTarget.substr(uAt + 9);
+    }
+    std::ifstream file("/etc/timezone");
+    std::string strName;
+    return std::getline(file, strName) && !strName.empty() ? strName : "UTC";
+}
+
+std::time_t ParseTime(const std::string& strText) {
+    if (!strText.empty() && strText.front() == '@') {
+        std::int64_t iEpoch = 0;
+        const char* const pEnd = strText.data() + strText.size();
+        const auto [pRead, eError] = std::from_chars(strText.data() + 1, pEnd, iEpoch);
+        if (eError != std::errc() || pRead != pEnd) {
+            RefuseTime(strText);
+        }
+        return static_cast<std::time_t>(iEpoch);
+    }
+    static const std::regex local(R"((\d{4})-(\d{2})-(\d{2})T(\d{2}):(\d{2})(?::(\d{2}))?)");
+    std::smatch match;
+    if (!std::regex_match(strText, match, local)) {
+        RefuseTime(strText);
+    }
+    std::tm tmWanted = {};
+    tmWanted.tm_year = std::stoi(match[1]) - TM_YEAR_BASE;
+    tmWanted.tm_mon = std::stoi(match[2]) - 1;
+    tmWanted.tm_mday = std::stoi(match[3]);
+    tmWanted.tm_hour = std::stoi(match[4]);
+    tmWanted.tm_min = std::stoi(match[5]);
+    tmWanted.tm_sec = match[6].matched ? std::stoi(match[6]) : 0;
+    if (!IsDate(tmWanted)) {
+        RefuseTime(strText);
+    }
+    return FirstInstantOf(tmWanted);
+}
+
+std::string LocalText(std::time_t tInstant) {
+    const std::tm tmLocal = LocalTime(tInstant);
+    char szText[64];
+    std::strftime(szText, sizeof(szText), "%Y-%m-%dT%H:%M:%S", &tmLocal);
+    const long lMinutes = std::labs(tmLocal.tm_gmtoff) / 60;
+    char szOffset[32];
+    std::snprintf(szOffset, sizeof(szOffset), "%c%02ld:%02ld", tmLocal.tm_gmtoff < 0 ? '-' : '+', lMinutes / 60,
+                  lMinutes % 60);
+    return std::string(szText) + szOffset;
+}
+
+std::time_t YearsLater(std::time_t tInstant, int iYears) {
+    std::tm tmLocal = LocalTime(tInstant);
+    tmLocal.tm_year += iYears;
+    if (!IsDate(tmLocal)) {
+        tmLocal.tm_mday = 28;
+    }
+    tmLocal.tm_isdst = -1;
+    return mktime(&tmLocal);
+}
+
+std::time_t DayBegin(std::time_t tInstant, int iDays) {
+    std::tm tmDay = LocalTime(tInstant);
+    tmDay.tm_hour = tmDay.tm_min = tmDay.tm_sec = 0;
+    tmDay.tm_mday += iDays;
+    tmDay.tm_isdst = -1;
+    return mktime(&tmDay);
+}
+
+} // namespace VUKO::VUKOCrond::Ctl

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <ctime>
+#include <string>
+
+namespace VUKO::VUKOCrond::Ctl {
+
+/// Makes a zone that of the process: a name of the zone database or a POSIX rule; empty leaves the system's.
+///
+/// @throws ToolError for a text that is neither: the C library would take it for UTC without a word.
+void UseZone(const std::string& strZone);
+
+/// The zone's name, as people know it: what was asked for, else the system's own, else "UTC".
+std::string ZoneName(const std::string& strAskedFor);
+
+/// Reads "@EPOCH" or local "YYYY-MM-DDTHH:MM[:SS]". A local time that comes twice means the first; one that never comes
+/// means the instant as far after the gap.
+///
+/// @throws ToolError
+std::time_t ParseTime(const std::string& strText);
+
+/// "2026-11-20T03:00:00+02:00"
+std::string LocalText(std::time_t tInstant);
+
+/// The same day and time of day so many years on; the 28th for a 29th of February that is not there.
+std::time_t YearsLater(std::time_t tInstant, int iYears);
+
+/// Midnight at the beginning of a local day, so many days after that of the instant; where there is no midnight, the
+/// instant that is as far after the gap.
+std::time_t DayBegin(std::time_t tInstant, int iDays);
+
+} // namespace VUKO::VUKOCrond::Ctl
