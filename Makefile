@@ -36,6 +36,7 @@ bench:
 	cmake --preset release -DVUKO_BUILD_TESTS=OFF -DVUKO_BUILD_BENCH=ON
 	cmake --build --preset release
 	build/release/bin/vuko_bench
+	python3 -B bench/service_bench.py build/release/bin
 
 install: all
 	cmake --install build/release

@@ -9,7 +9,7 @@ packages() {
     build) echo g++ cmake ninja-build pkg-config libjsoncpp-dev libboost-dev libsystemd-dev libcli11-dev libsqlite3-dev ;;
     test) echo abigail-tools binutils clang-14 dbus dbus-daemon faketime libgtest-dev logrotate procps python3 python3-dbusmock systemd tzdata valgrind ;;
     fuzz) echo clang-14 libclang-rt-14-dev ;;
-    bench) echo libbenchmark-dev ;;
+    bench) echo cron libbenchmark-dev python3 util-linux ;;
     *)
         echo "install-deps.sh: unknown set '$1' (build, test, fuzz, bench)" >&2
         exit 2
