@@ -19,6 +19,7 @@
 #include "service/coremetrics.h"
 #include "service/launch/reaper.h"
 #include "service/logtext.h"
+#include "service/memory.h"
 #include "service/notify.h"
 #include "service/paths.h"
 #include "service/report.h"
@@ -123,6 +124,7 @@ ExitStatus Daemon::Run() {
     VUKO_LOG_PLAIN(LOG_NOTICE, 3, "vukocrond " VUKO_VERSION " is ready");
     Notify::Ready(StatusText());
     Reap(); // whoever ended before the signals were watched
+    GiveBackCode();
     ArmMinute(ReadClock());
     const int iStatus = sd_event_loop(_event.get());
     Check(iStatus, "sd_event_loop");
@@ -294,6 +296,7 @@ void Daemon::Load(bool bTell) {
     const bool bFirst = _core.Count().uLoads == 0;
     _iLastScanUsec = MonotonicUsec();
     const LoadReport report = _core.Load(ScanDefinitions(), time(nullptr));
+    GiveBackHeap();
     _iScanTookUsec = MonotonicUsec() - _iLastScanUsec;
     if (bTell || report.HasChanged()) {
         VUKO_LOG_PLAIN(LOG_NOTICE, 7, "loaded %s", Summary(report).c_str());
