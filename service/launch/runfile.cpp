@@ -114,10 +114,11 @@ RunFile::Found RunFile::OpenExisting(const std::string& strPath, const std::stri
         strFault = szFault;
         return Found::Unusable;
     }
-    const bool bThisBoot = strBootId == _pLayout->szBootId;
-    // Looking through the slots has touched all of the memory, most of which is never used.
+    return strBootId == _pLayout->szBootId ? Found::FromThisBoot : Found::FromAnotherBoot;
+}
+
+void RunFile::LetGoOfMemory() {
     madvise(_pLayout, sizeof(Layout), MADV_DONTNEED);
-    return bThisBoot ? Found::FromThisBoot : Found::FromAnotherBoot;
 }
 
 /// It gets its name when it is whole, so that whoever is killed in between leaves none that is not.

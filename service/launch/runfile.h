@@ -22,6 +22,9 @@ public:
     bool IsNew() const { return _bNew; }
     RunSlot& Slot(std::uint32_t uSlot) const { return _pLayout->aSlots[uSlot]; }
     std::uint32_t& Untold() const { return _pLayout->uUntold; }
+    /// To be called when all slots have been looked through: that has touched all of the memory, most of which is never
+    /// used.
+    void LetGoOfMemory();
 
 private:
     struct Layout {

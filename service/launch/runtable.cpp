@@ -49,20 +49,24 @@ struct RunTable::Private {
     RunFile file;
     std::unordered_map<RunId, Entry> mapEntries;
     std::deque<RunSlot*> queueFree;
-    std::uint32_t uUnused = 0; ///< the slots from here on have never been taken: their memory was not touched
+    std::uint32_t uUnused =
+        0; ///< the slots from here on are free, and were not taken in this life: their memory is not touched
 
     Private(const std::string& strPath, const std::string& strBootId) : file(strPath, strBootId) {
         if (file.IsNew()) {
             return;
         }
-        for (uUnused = 0; uUnused < RUN_SLOTS; ++uUnused) {
-            RunSlot& slot = file.Slot(uUnused);
+        for (std::uint32_t uSlot = 0; uSlot < RUN_SLOTS; ++uSlot) {
+            RunSlot& slot = file.Slot(uSlot);
             if (const std::uint64_t uState = Shared(slot.uState).load(std::memory_order_acquire); uState != 0) {
                 mapEntries.emplace(RunOf(uState), Entry{&slot, 0});
-            } else {
-                queueFree.push_back(&slot);
+                for (; uUnused < uSlot; ++uUnused) {
+                    queueFree.push_back(&file.Slot(uUnused));
+                }
+                uUnused = uSlot + 1;
             }
         }
+        file.LetGoOfMemory();
     }
 
     RunSlot* SlotOf(RunId uRun) const {
