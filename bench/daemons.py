@@ -3,7 +3,6 @@ what they cost, and ended."""
 
 import json
 import os
-import shutil
 import signal
 import socket
 import subprocess
@@ -111,7 +110,8 @@ class Cron(Daemon):
 
 
 class VukocrondKind:
-    """Makes a root folder for each life of the service, with what lies in memory on a real machine in memory."""
+    """Makes a root folder for each life of the service, with what lies in memory on a real machine in memory. That is
+    so for /tmp on an appliance, and may be so or not elsewhere."""
 
     name = Vukocrond.name
 
@@ -120,14 +120,18 @@ class VukocrondKind:
         self._work = work
         self._count = 0
         self._root = None
+        self._in_memory = []
+        self.tmp_on_disk = False
 
     def define(self, jobs, per_file=1):
         self._count += 1
         self._root = os.path.join(self._work, f"root{self._count}")
         folder = os.path.join(self._root, "usr/vuko/share/vukocron.d")
         os.makedirs(folder)
-        os.makedirs(os.path.join(self._root, "var/run"))
-        private_machine.mount_memory(os.path.join(self._root, "var/run"))
+        self._in_memory = ["var/run"] if self.tmp_on_disk else ["var/run", "tmp"]
+        for name in self._in_memory:
+            os.makedirs(os.path.join(self._root, name))
+            private_machine.mount_memory(os.path.join(self._root, name))
         for first in range(0, len(jobs), per_file):
             definitions = [{"name": f"job{first + i}", "user": "root", "period": "crontab", "crontab": crontab,
                             "cmd": command} for i, (crontab, command) in enumerate(jobs[first:first + per_file])]
@@ -140,8 +144,9 @@ class VukocrondKind:
         return Vukocrond(self._bin, self._root, zone)
 
     def clean(self):
-        subprocess.run(["umount", os.path.join(self._root, "var/run")], check=True)
-        shutil.rmtree(self._root)
+        """The files stay for now: some file systems are slow to give out what was freed a moment ago."""
+        for name in self._in_memory:
+            subprocess.run(["umount", os.path.join(self._root, name)], check=True)
 
 
 class CronKind:

@@ -48,10 +48,10 @@ class Figures:
         row["samples"].setdefault(kind.name, []).append(sample)
 
     def print(self, names):
-        print(f"{'figure':<46} | {names[0]:<34} | {names[1]:<34} | target")
+        print(f"{'figure':<60} | {names[0]:<36} | {names[1]:<36} | target")
         for figure, row in self._rows.items():
             cells = [self._cell(row, name) for name in names]
-            print(f"{figure:<46} | {cells[0]:<34} | {cells[1]:<34} | {row['target']}")
+            print(f"{figure:<60} | {cells[0]:<36} | {cells[1]:<36} | {row['target']}")
 
     @staticmethod
     def _cell(row, name):
@@ -105,8 +105,8 @@ class Bench:
         return after
 
     def measure_singles(self):
-        """One job each: in the first minute of a daemon's life, several times, and in further minutes of one life, where
-        both run at once and each begins its minutes when the other rests."""
+        """One job each: in the first minute of a daemon's life, several times, and in further minutes of one life,
+        where both run at once and each begins its minutes when the other rests."""
         for _ in range(self.repetitions):
             for kind in self.kinds:
                 self.add_single(kind, self.starts(kind, 1)[0])
@@ -133,10 +133,17 @@ class Bench:
         for count, target, each in ((200, "250 ms", ""), (1000, "1100 ms", "1.1 ms")):
             for _ in range(self.repetitions):
                 for kind in self.kinds:
-                    after = self.starts(kind, count)
-                    self.figures.add(f"{count} jobs have started after their minute", kind, after[-1], target=target)
-                    self.figures.add(f"of these {count}, each after the one before", kind,
-                                     (after[-1] - after[0]) / (count - 1), target=each)
+                    self.burst(kind, count, target, each)
+                service = self.kinds[0]
+                service.tmp_on_disk = True
+                self.burst(service, count, target, each, ", /tmp on disk")
+                service.tmp_on_disk = False
+
+    def burst(self, kind, count, target, each, where=""):
+        after = self.starts(kind, count)
+        self.figures.add(f"{count} jobs have started after their minute{where}", kind, after[-1], target=target)
+        self.figures.add(f"of these {count}, each after the one before{where}", kind,
+                         (after[-1] - after[0]) / (count - 1), target=each)
 
     def measure_idle_minutes(self):
         minutes = 1 if self.quick else 3
