@@ -7,6 +7,7 @@
 
 #include "base/syslog_line.h"
 #include "service/logtext.h"
+#include "service/planned.h"
 #include "service/report.h"
 
 namespace VUKO::VUKOCrond::Service {
@@ -17,6 +18,9 @@ constexpr const char* szLogSource = "core";
 
 /// How long the values of a job that is gone are kept: a package that is taken out and put back finds its times again.
 constexpr std::int64_t KEEP_GONE_SEC = std::int64_t{30} * 24 * 3600;
+
+/// So many ends of launches wait for a store that cannot be written. Each keeps its place in the run table.
+constexpr std::size_t UNWRITTEN_MAX = 1000;
 
 } // namespace
 
@@ -40,16 +44,18 @@ Core::Core(Settings settings, StateStore& store, Launcher& launcher, TemplateKee
 
 LoadReport Core::Load(DefinitionScan scan, std::int64_t iNow) {
     LoadResult result = LoadJobs(std::move(scan), _table, _mapKnown, _template.Template(), iNow);
-    _table = JobTable(std::move(result.vecJobs));
+    const JobTable former = std::exchange(_table, JobTable(std::move(result.vecJobs)));
     result.vecJobs.clear();
     ++_counters.uLoads;
+    GiveUpPendingOfGone(former);
+    FindRunningAgain();
     StoreLoaded(result);
     LookUpAccounts();
     _bLookForFuture = true;
     std::set<std::pair<std::string_view, std::uint64_t>> setTold;
     std::swap(_vecRefusals, result.report.vecRefusals);
-    for (const Refusal& former : result.report.vecRefusals) {
-        setTold.emplace(former.strText, former.uState);
+    for (const Refusal& told : result.report.vecRefusals) {
+        setTold.emplace(told.strText, told.uState);
     }
     for (const Refusal& refusal : _vecRefusals) {
         if (!setTold.contains({refusal.strText, refusal.uState})) {
@@ -72,11 +78,12 @@ void Core::StoreLoaded(const LoadResult& result) {
     }
     Transact("loading", [&] {
         for (const JobId& id : result.vecToStore) {
-            const JobIndex uJob = _table.IndexOf(id);
-            _table.SetKey(uJob, _store.PutJob(ToStored(_table.At(uJob))));
+            PutJob(_table.IndexOf(id));
         }
         for (const StoredJob& stored : result.vecGone) {
-            _mapKnown.at(stored.id).iKey = _store.PutJob(stored);
+            if (stored.iKey != 0) { // else the store has never heard of it
+                _store.PutJob(stored);
+            }
             _store.DropGoneBefore(stored.iGoneSince - KEEP_GONE_SEC);
         }
     });
@@ -85,6 +92,39 @@ void Core::StoreLoaded(const LoadResult& result) {
                known.second.iGoneSince < result.vecGone.front().iGoneSince - KEEP_GONE_SEC;
     });
     _bWorthSaving = true;
+}
+
+/// A start that is to be tried again goes with its job.
+void Core::GiveUpPendingOfGone(const JobTable& former) {
+    for (const JobIndex uJob : former.Pending()) {
+        const Job& job = former.At(uJob);
+        if (_table.Find(job.id) == nullptr) {
+            Outcome outcome;
+            outcome.uRun = job.uPendingRun;
+            GiveUp(outcome, SkipReason::DefinitionInvalid);
+            CountOutcome(outcome);
+            QueueRun(job.iKey, outcome);
+        }
+    }
+    WriteEnds();
+}
+
+/// A job that was away for a while may have launches that it left behind.
+void Core::FindRunningAgain() {
+    std::map<JobIndex, std::vector<const Run*>> mapGoing;
+    _runs.ForEach([&](const Run& run) {
+        if (const JobIndex uJob = _table.IndexOf(run.id); !run.bEnded && uJob < _table.Size()) {
+            mapGoing[uJob].push_back(&run);
+        }
+    });
+    for (const auto& [uJob, vecGoing] : mapGoing) {
+        _table.Modify(uJob, [&going = vecGoing](Job& job) {
+            job.uRunning = static_cast<std::uint32_t>(going.size());
+            job.pidRunning = going.back()->pidChild;
+            job.iRunningSince = going.back()->outcome.iDecided;
+            job.uLastRun = going.back()->uRun;
+        });
+    }
 }
 
 /// Each account once. Whoever asks about jobs later is answered from this: the sources may be slow.
@@ -103,20 +143,59 @@ void Core::LookUpAccounts() {
 
 /// What cannot be written down is done all the same: a job that should run and does not is worse than one that might
 /// run twice after a crash.
+///
+/// What became of launches is not given up so easily: the store would have to take them for launches that never began.
+/// Until it knows better, the run table does.
 bool Core::Transact(const char* szWhat, const std::function<void()>& change) {
+    _vecKeyed.clear();
     try {
         _store.Begin();
+        for (const StoredRun& unwritten : _vecUnwritten) {
+            _store.UpdateRun(unwritten.iJobKey, unwritten.outcome);
+        }
         change();
         _store.Commit();
-        _bStoreFailed = false;
+        for (const StoredRun& written : std::exchange(_vecUnwritten, {})) {
+            if (_runs.Find(written.outcome.uRun) == nullptr) {
+                _launcher.Table().Release(written.outcome.uRun);
+            }
+        }
         return true;
     } catch (const StateError& error) {
         _store.Rollback();
+        for (const JobIndex uJob : std::exchange(_vecKeyed, {})) {
+            _table.SetKey(uJob, 0);
+        }
         if (!std::exchange(_bStoreFailed, true)) { // until it works again, once is enough
             VUKO_LOG_PLAIN(LOG_ERR, 3, "%s cannot be written down: %s", szWhat, Escaped(error.what()).c_str());
         }
         return false;
     }
+}
+
+void Core::QueueRun(std::int64_t iJobKey, const Outcome& outcome) {
+    if (_vecUnwritten.size() >= UNWRITTEN_MAX) {
+        _launcher.Table().Release(_vecUnwritten.front().outcome.uRun);
+        _vecUnwritten.erase(_vecUnwritten.begin());
+    }
+    _vecUnwritten.push_back({iJobKey, outcome});
+}
+
+/// Within a transaction.
+std::int64_t Core::PutJob(JobIndex uJob) {
+    const std::int64_t iFormer = _table.At(uJob).iKey;
+    const std::int64_t iKey = _store.PutJob(ToStored(_table.At(uJob)));
+    if (iFormer != iKey) {
+        _vecKeyed.push_back(uJob);
+        _table.SetKey(uJob, iKey);
+    }
+    return iKey;
+}
+
+/// Within a transaction. The store knows no job that was loaded while it could not be written.
+std::int64_t Core::KeyOf(JobIndex uJob) {
+    const std::int64_t iKey = _table.At(uJob).iKey;
+    return iKey != 0 ? iKey : PutJob(uJob);
 }
 
 void Core::BeginStop(OnStop eOnStop) {
@@ -168,7 +247,7 @@ void Core::RerollJob(JobIndex uJob) {
         Reroll(vecJobs[uJob]);
         return JobTable(std::move(vecJobs));
     }();
-    Transact("the new values", [&] { _store.PutJob(ToStored(_table.At(uJob))); });
+    Transact("the new values", [&] { PutJob(uJob); });
     _bWorthSaving = true;
 }
 

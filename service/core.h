@@ -101,8 +101,15 @@ private:
     void NoteSleep();
     void SaveNow();
     bool Transact(const char* szWhat, const std::function<void()>& change);
+    void QueueRun(std::int64_t iJobKey, const Outcome& outcome);
+    void WriteEnds();
+    std::int64_t PutJob(JobIndex uJob);
+    std::int64_t KeyOf(JobIndex uJob);
     void StoreLoaded(const LoadResult& result);
+    void GiveUpPendingOfGone(const JobTable& former);
+    void FindRunningAgain();
     void LookUpAccounts();
+    void TakeUpBoot(std::int64_t iWorkedUpTo);
     void RecoverRun(const StoredRun& stored, bool bSameBoot, std::int64_t iNow, std::vector<Planned>& vecAgain);
     void Adopt(const StoredRun& stored, const RunRecord& record);
     TickInput MakeInput(const ClockReading& reading, std::int64_t iUptimeSec);
@@ -113,6 +120,7 @@ private:
     void StoreSkip(const Skip& skip, const ClockReading& reading);
     void TellOfStaging();
     bool LaunchOne(Planned& planned, std::int64_t iNow);
+    void Postpone(const Planned& planned);
     void Finish(Run& run, const RunEnd& end);
     void Forget(Run& run);
     void CountOutcome(const Outcome& outcome);
@@ -127,6 +135,8 @@ private:
     StoredClock _clock;
     StoredState _recovered; ///< what was found at the start, until Recover() has taken it up
     Runs _runs;
+    std::vector<StoredRun> _vecUnwritten; ///< what became of launches, until the store has it
+    std::vector<JobIndex> _vecKeyed;      ///< jobs that the store first heard of in this transaction
     std::vector<Refusal> _vecRefusals;
     std::vector<pid_t> _vecAdopted;
     std::vector<std::string> _vecStagingNotes; ///< what was last said of the log's places

@@ -1,4 +1,7 @@
+#include <unistd.h>
+
 #include <algorithm>
+#include <ctime>
 #include <utility>
 
 #include "base/syslog_line.h"
@@ -11,6 +14,18 @@ namespace VUKO::VUKOCrond::Service {
 namespace {
 
 constexpr const char* szLogSource = "recovery";
+
+/// How long ago a process was started. The time that a program has had already counts.
+std::int64_t AgeUsec(std::uint64_t uStartTicks) {
+    constexpr std::int64_t USEC = 1'000'000;
+    const std::int64_t iTicksPerSec = sysconf(_SC_CLK_TCK);
+    timespec ts = {};
+    if (uStartTicks == 0 || iTicksPerSec <= 0 || clock_gettime(CLOCK_BOOTTIME, &ts) != 0) {
+        return 0;
+    }
+    const std::int64_t iStartUsec = static_cast<std::int64_t>(uStartTicks) * (USEC / iTicksPerSec);
+    return std::max<std::int64_t>(0, ts.tv_sec * USEC + ts.tv_nsec / 1000 - iStartUsec);
+}
 
 } // namespace
 
@@ -25,8 +40,12 @@ void Core::Recover(std::int64_t iNow) {
             _launcher.Table().Release(record.uRun);
         }
     }
+    WriteEnds();
+    const bool bHibernating = !vecAgain.empty() && _settings.isHibernating();
     for (Planned& planned : vecAgain) {
-        LaunchOne(planned, iNow);
+        if (bHibernating || !LaunchOne(planned, iNow)) {
+            Postpone(planned);
+        }
     }
 }
 
@@ -41,7 +60,7 @@ void Core::RecoverRun(const StoredRun& stored, bool bSameBoot, std::int64_t iNow
     if (bLost || (bBegan && !record)) {
         Outcome outcome = stored.outcome;
         outcome.end = LostEnd();
-        Transact("a lost launch", [&] { _store.UpdateRun(stored.iJobKey, outcome); });
+        QueueRun(stored.iJobKey, outcome);
         return;
     }
     if (bBegan) {
@@ -54,11 +73,10 @@ void Core::RecoverRun(const StoredRun& stored, bool bSameBoot, std::int64_t iNow
     const std::optional<Account> account =
         uJob < _table.Size() && !_table.At(uJob).bInvalid ? FindAccount(_table.At(uJob).strAccount) : std::nullopt;
     if (!account || !CanBecome(*account)) {
-        outcome.eKind = OutcomeKind::Skipped;
-        outcome.eReason = uJob >= _table.Size() || _table.At(uJob).bInvalid ? SkipReason::DefinitionInvalid
-                          : !account                                        ? SkipReason::AccountUnknown
-                                                                            : SkipReason::IdentityRefused;
-        Transact("a lost launch", [&] { _store.UpdateRun(stored.iJobKey, outcome); });
+        GiveUp(outcome, uJob >= _table.Size() || _table.At(uJob).bInvalid ? SkipReason::DefinitionInvalid
+                        : !account                                        ? SkipReason::AccountUnknown
+                                                                          : SkipReason::IdentityRefused);
+        QueueRun(stored.iJobKey, outcome);
         return;
     }
     VUKO_LOG_PLAIN(LOG_NOTICE, 1, "job %s was to start before the service ended and is started now",
@@ -78,7 +96,8 @@ void Core::Adopt(const StoredRun& stored, const RunRecord& record) {
     run.bAdopted = true;
     const JobIndex uJob = _table.IndexOf(stored.iJobKey);
     if (uJob < _table.Size()) {
-        run.strJob = ToText(_table.At(uJob).id);
+        run.id = _table.At(uJob).id;
+        run.strJob = ToText(run.id);
         run.iTimeout = _table.At(uJob).iTimeout;
         _table.Modify(uJob, [&](Job& job) {
             ++job.uRunning;
@@ -89,10 +108,7 @@ void Core::Adopt(const StoredRun& stored, const RunRecord& record) {
     }
     Run& added = _runs.Add(std::move(run));
     if (record.pidProgram != 0) {
-        // The time that it has had already counts.
-        const std::int64_t iHadUsec =
-            std::max<std::int64_t>(0, std::int64_t{time(nullptr)} * 1'000'000 - record.end.iStartedUsec);
-        _runs.Begin(added, record.pidProgram, MonotonicUsec() - iHadUsec);
+        _runs.Begin(added, record.pidProgram, MonotonicUsec() - AgeUsec(record.uProgramStart));
     }
     _vecAdopted.push_back(record.pidChild);
 }

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <utility>
 
 #include "base/syslog_line.h"
@@ -18,19 +19,18 @@ void Core::TakeReports() {
         return;
     }
     const std::int64_t iNowUsec = MonotonicUsec();
-    Transact("an end", [&] {
-        for (const RunReport& report : vecReports) {
-            Run* const pRun = _runs.Find(report.uRun);
-            if (pRun == nullptr) {
-                continue;
-            }
-            if (report.eKind == RunReport::Kind::Begun) {
-                _runs.Begin(*pRun, report.pidProgram, iNowUsec);
-            } else {
-                Finish(*pRun, report.end);
-            }
+    for (const RunReport& report : vecReports) {
+        Run* const pRun = _runs.Find(report.uRun);
+        if (pRun == nullptr) {
+            continue;
         }
-    });
+        if (report.eKind == RunReport::Kind::Begun) {
+            _runs.Begin(*pRun, report.pidProgram, iNowUsec);
+        } else {
+            Finish(*pRun, report.end);
+        }
+    }
+    WriteEnds();
 }
 
 std::string Core::ChildEnded(pid_t pid) {
@@ -49,25 +49,30 @@ void Core::Forget(Run& run) {
     const std::optional<RunRecord> record = _launcher.Table().Find(run.uRun);
     const bool bWaited = record && (record->eStage == RunStage::Waiting || record->eStage == RunStage::Offered);
     if (bWaited && run.bTermSent && _bStopping && !run.bEnded && _launcher.Table().Revoke(run.uRun)) {
-        const JobIndex uJob = _table.IndexOf(run.iJobKey);
+        const JobIndex uJob = _table.IndexOf(run.id);
         if (uJob < _table.Size()) {
             _table.Modify(uJob, [](Job& job) { job.uRunning -= job.uRunning > 0 ? 1 : 0; });
         }
     } else if (!run.bEnded) {
-        const RunEnd end = record && record->end.eKind != EndKind::Open ? record->end : LostEnd();
-        Transact("an end", [&] { Finish(run, end); });
+        Finish(run, record && record->end.eKind != EndKind::Open ? record->end : LostEnd());
     }
-    _launcher.Table().Release(run.uRun);
-    _runs.Remove(run.uRun);
+    const RunId uRun = run.uRun;
+    _runs.Remove(uRun);
+    WriteEnds();
+    const auto isOf = [uRun](const StoredRun& unwritten) { return unwritten.outcome.uRun == uRun; };
+    if (std::none_of(_vecUnwritten.begin(), _vecUnwritten.end(), isOf)) {
+        _launcher.Table().Release(uRun);
+    }
 }
 
+/// What became of a launch is known here at once, and to the store with the next WriteEnds().
 void Core::Finish(Run& run, const RunEnd& end) {
     if (run.bEnded) {
         return;
     }
     _runs.NoteEnded(run);
     run.outcome.end = end;
-    const JobIndex uJob = _table.IndexOf(run.iJobKey);
+    const JobIndex uJob = _table.IndexOf(run.id);
     if (uJob < _table.Size()) {
         _table.Modify(uJob, [&](Job& job) {
             job.uRunning -= job.uRunning > 0 ? 1 : 0;
@@ -87,7 +92,13 @@ void Core::Finish(Run& run, const RunEnd& end) {
     if (run.onEnd) {
         std::exchange(run.onEnd, nullptr)(end);
     }
-    _store.UpdateRun(run.iJobKey, run.outcome);
+    QueueRun(run.iJobKey, run.outcome);
+}
+
+void Core::WriteEnds() {
+    if (!_vecUnwritten.empty()) {
+        Transact("an end", [] {});
+    }
 }
 
 void Core::LookAtAdopted() {
@@ -104,11 +115,12 @@ void Core::LookAtAdopted() {
     _runs.ForEach([&](Run& run) {
         const std::optional<RunRecord> record = run.bAdopted ? _launcher.Table().Find(run.uRun) : std::nullopt;
         if (record && record->eStage == RunStage::Ended && !run.bEnded) {
-            Transact("an end", [&] { Finish(run, record->end); });
+            Finish(run, record->end);
         } else if (record && record->eStage == RunStage::Begun && run.pidProgram == 0) {
             _runs.Begin(run, record->pidProgram, MonotonicUsec());
         }
     });
+    WriteEnds();
 }
 
 std::vector<pid_t> Core::TakeAdopted() {

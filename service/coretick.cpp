@@ -45,9 +45,7 @@ void Core::Tick(const ClockReading& reading, std::int64_t iUptimeSec) {
         return;
     }
     if (!bSameBoot) {
-        _clock.strBootId = _settings.strBootId;
-        _clock.iWorkedUpTo = reading.iLocalMinute - 1;
-        _clock.iSleptSince = 0;
+        TakeUpBoot(reading.iLocalMinute - 1);
     } else if (_bFirstTick) {
         _eGapCause = SkipReason::ServiceDown;
     }
@@ -66,6 +64,13 @@ void Core::Tick(const ClockReading& reading, std::int64_t iUptimeSec) {
     _eGapCause = SkipReason::ClockStep;
     _bLookForFuture = false;
     Carry(decision, reading);
+}
+
+/// What was missed while the machine was down is no gap.
+void Core::TakeUpBoot(std::int64_t iWorkedUpTo) {
+    _clock.strBootId = _settings.strBootId;
+    _clock.iWorkedUpTo = iWorkedUpTo;
+    _clock.iSleptSince = 0;
 }
 
 TickInput Core::MakeInput(const ClockReading& reading, std::int64_t iUptimeSec) {
@@ -103,8 +108,8 @@ void Core::Carry(const Decision& decision, const ClockReading& reading) {
     std::vector<Planned> vecPlanned = Plan(decision, reading);
     ApplyPlan(vecPlanned, decision, reading);
     for (Planned& planned : vecPlanned) {
-        if (planned.outcome.eKind != OutcomeKind::Skipped) {
-            LaunchOne(planned, reading.tNow);
+        if (planned.outcome.eKind != OutcomeKind::Skipped && !LaunchOne(planned, reading.tNow)) {
+            Postpone(planned);
         }
     }
 }
@@ -129,24 +134,20 @@ std::vector<Core::Planned> Core::Plan(const Decision& decision, const ClockReadi
         if (start.eReason == StartReason::Assure || (planned.bIsRetry && job.bPendingAssure)) {
             outcome.strLabel = szAssure;
         }
+        outcome.uRun = planned.bIsRetry ? job.uPendingRun : 0;
         const std::optional<Account>& account = accounts.Find(job.strAccount);
         if (!account) {
-            outcome.eReason = SkipReason::AccountUnknown;
+            GiveUp(outcome, SkipReason::AccountUnknown);
             VUKO_LOG_PLAIN(LOG_ERR, 3, "job %s is not started: there is no account %s", ToText(job.id).c_str(),
                            Quoted(job.strAccount).c_str());
         } else if (!CanBecome(*account)) {
-            outcome.eReason = SkipReason::IdentityRefused;
+            GiveUp(outcome, SkipReason::IdentityRefused);
             VUKO_LOG_PLAIN(LOG_CRIT, 4, "job %s is not started: this service may not run programs as %s",
                            ToText(job.id).c_str(), Quoted(job.strAccount).c_str());
         } else {
             planned.account = *account;
+            outcome.uRun = planned.bIsRetry ? outcome.uRun : ++_clock.uLastRun;
         }
-        if (outcome.eReason != SkipReason::None) {
-            outcome.eKind = OutcomeKind::Skipped;
-        }
-        outcome.uRun = planned.bIsRetry                        ? job.uPendingRun
-                       : outcome.eKind == OutcomeKind::Skipped ? 0
-                                                               : ++_clock.uLastRun;
         vecPlanned.push_back(std::move(planned));
     }
     return vecPlanned;
@@ -156,7 +157,7 @@ std::vector<Core::Planned> Core::Plan(const Decision& decision, const ClockReadi
 void Core::ApplyPlan(std::vector<Planned>& vecPlanned, const Decision& decision, const ClockReading& reading) {
     for (const Planned& planned : vecPlanned) {
         _table.Modify(planned.uJob, [&](Job& job) {
-            job.uPendingRun = 0;
+            job.uPendingRun = planned.bIsRetry ? 0 : job.uPendingRun;
             if (planned.outcome.eKind != OutcomeKind::Skipped) {
                 job.iLastExecution = reading.tNow;
                 job.bOverdueReported = false;
@@ -164,27 +165,26 @@ void Core::ApplyPlan(std::vector<Planned>& vecPlanned, const Decision& decision,
         });
         CountOutcome(planned.outcome);
     }
-    Transact("the tick", [&] {
+    const bool bWritten = Transact("the tick", [&] {
         _store.PutClock(_clock);
         for (const JobIndex uJob : decision.vecFuture) {
-            _store.PutJob(ToStored(_table.At(uJob)));
+            PutJob(uJob);
         }
         for (const JobIndex uJob : decision.vecOverdue) {
-            _store.PutJob(ToStored(_table.At(uJob)));
+            PutJob(uJob);
         }
         StoreSkips(decision.vecSkips, reading);
         for (const Planned& planned : vecPlanned) {
-            const Job& job = _table.At(planned.uJob);
+            const std::int64_t iKey =
+                planned.outcome.eKind != OutcomeKind::Skipped ? PutJob(planned.uJob) : KeyOf(planned.uJob);
             if (planned.bIsRetry) {
-                _store.UpdateRun(job.iKey, planned.outcome);
+                _store.UpdateRun(iKey, planned.outcome);
             } else {
-                _store.AddOutcome(job.iKey, planned.outcome);
-            }
-            if (planned.outcome.eKind != OutcomeKind::Skipped) {
-                _store.PutJob(ToStored(job));
+                _store.AddOutcome(iKey, planned.outcome);
             }
         }
     });
+    _bStoreFailed = _bStoreFailed && !bWritten; // a tick has something to write in any case
     for (const Skip& skip : decision.vecSkips) {
         if (skip.bOfPending) {
             _table.Modify(skip.uJob, [](Job& job) { job.uPendingRun = 0; });
@@ -224,9 +224,10 @@ void Core::StoreSkip(const Skip& skip, const ClockReading& reading) {
     CountOutcome(outcome);
     if (skip.bOfPending) {
         outcome.uRun = job.uPendingRun;
-        _store.UpdateRun(job.iKey, outcome);
+        GiveUp(outcome, skip.eReason);
+        _store.UpdateRun(KeyOf(skip.uJob), outcome);
     } else {
-        _store.AddOutcome(job.iKey, outcome);
+        _store.AddOutcome(KeyOf(skip.uJob), outcome);
     }
 }
 
@@ -241,7 +242,26 @@ void Core::TellOfStaging() {
     }
 }
 
-/// @return false when no child could be made: the start is pending then.
+/// The start is to be tried again at the next ticks. There is one such of a job at most, the youngest.
+void Core::Postpone(const Planned& planned) {
+    const Job& job = _table.At(planned.uJob);
+    if (job.IsPending() && job.uPendingRun != planned.outcome.uRun) {
+        Outcome former;
+        former.uRun = job.uPendingRun;
+        GiveUp(former, SkipReason::ForkFailed);
+        CountOutcome(former);
+        QueueRun(job.iKey, former);
+        WriteEnds();
+    }
+    _table.Modify(planned.uJob, [&](Job& changed) {
+        changed.iPendingTicks = planned.bIsRetry ? changed.iPendingTicks + 1 : 0;
+        changed.uPendingRun = planned.outcome.uRun;
+        changed.iPendingMinute = planned.outcome.iMinute;
+        changed.bPendingAssure = planned.outcome.strLabel == szAssure;
+    });
+}
+
+/// @return false when no child could be made.
 bool Core::LaunchOne(Planned& planned, std::int64_t iNow) {
     const Job& job = _table.At(planned.uJob);
     TellOfStaging();
@@ -256,12 +276,6 @@ bool Core::LaunchOne(Planned& planned, std::int64_t iNow) {
                        Escaped(exception.what()).c_str());
     }
     if (pid < 0) {
-        _table.Modify(planned.uJob, [&](Job& changed) {
-            changed.iPendingTicks = planned.bIsRetry ? changed.iPendingTicks + 1 : 0;
-            changed.uPendingRun = planned.outcome.uRun;
-            changed.iPendingMinute = planned.outcome.iMinute;
-            changed.bPendingAssure = planned.outcome.strLabel == szAssure;
-        });
         return false;
     }
     _table.Modify(planned.uJob, [&](Job& changed) {
@@ -274,6 +288,7 @@ bool Core::LaunchOne(Planned& planned, std::int64_t iNow) {
     Run run;
     run.uRun = planned.outcome.uRun;
     run.iJobKey = job.iKey;
+    run.id = job.id;
     run.strJob = ToText(job.id);
     run.outcome = planned.outcome;
     run.pidChild = pid;
@@ -294,6 +309,9 @@ SkipReason Core::RunNow(JobIndex uJob, const ClockReading& reading, std::functio
     if (_settings.isHibernating()) {
         return SkipReason::Hibernating;
     }
+    if (_clock.strBootId != _settings.strBootId) {
+        TakeUpBoot(reading.iLocalMinute); // else a later life of the service would not know the launch again
+    }
     Decision decision;
     decision.iWorkedUpTo = _clock.iWorkedUpTo;
     decision.vecStarts.push_back({uJob, StartReason::Due, reading.iLocalMinute, 0});
@@ -306,10 +324,10 @@ SkipReason Core::RunNow(JobIndex uJob, const ClockReading& reading, std::functio
         return planned.outcome.eReason;
     }
     if (!LaunchOne(planned, reading.tNow)) {
-        planned.outcome.eKind = OutcomeKind::Skipped;
-        planned.outcome.eReason = SkipReason::ForkFailed;
-        _table.Modify(uJob, [](Job& job) { job.uPendingRun = 0; }); // whoever asked is told, and may ask again
-        Transact("the failure", [&] { _store.UpdateRun(_table.At(uJob).iKey, planned.outcome); });
+        GiveUp(planned.outcome, SkipReason::ForkFailed); // whoever asked is told, and may ask again
+        CountOutcome(planned.outcome);
+        QueueRun(_table.At(uJob).iKey, planned.outcome);
+        WriteEnds();
     }
     return planned.outcome.eReason;
 }

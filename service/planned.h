@@ -15,4 +15,12 @@ struct Core::Planned {
     bool bIsRetry = false; ///< its entry stands in the ledger already
 };
 
+/// A start that will not be made any more. Its launch is over before it began: it is not to be looked for as one that
+/// goes on.
+inline void GiveUp(Outcome& outcome, SkipReason eReason) {
+    outcome.eKind = OutcomeKind::Skipped;
+    outcome.eReason = eReason;
+    outcome.end.eKind = outcome.uRun != 0 ? EndKind::NotStarted : EndKind::Open;
+}
+
 } // namespace VUKO::VUKOCrond::Service

@@ -51,6 +51,9 @@ void Runs::NoteEnded(Run& run) {
 }
 
 void Runs::Begin(Run& run, pid_t pidProgram, std::int64_t iNowUsec) {
+    if (run.pidProgram != 0) {
+        return;
+    }
     run.pidProgram = pidProgram;
     if (run.bTermSent) { // TERM found the child, which was past heeding it
         Signal(run, SIGTERM);

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "service/engine/jobid.h"
 #include "service/engine/outcome.h"
 
 namespace VUKO::VUKOCrond::Service {
@@ -16,7 +17,8 @@ namespace VUKO::VUKOCrond::Service {
 /// One launch that is going on.
 struct Run {
     RunId uRun = 0;
-    std::int64_t iJobKey = 0;
+    std::int64_t iJobKey = 0; ///< the store's
+    JobId id;
     std::string strJob;             ///< the job's identity, fit for a log line
     Outcome outcome;                ///< its entry in the ledger
     pid_t pidChild = 0;             ///< waits for the program, and leads it up to then
@@ -53,7 +55,7 @@ public:
         }
     }
 
-    /// The program has begun: from now on its time runs.
+    /// The program has begun: from now on its time runs. It begins once.
     void Begin(Run& run, pid_t pidProgram, std::int64_t iNowUsec);
     /// Sends TERM now, and KILL after the grace.
     void Terminate(Run& run, std::int64_t iNowUsec);

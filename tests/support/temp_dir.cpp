@@ -10,8 +10,10 @@
 
 namespace support {
 
-TempDir::TempDir() {
-    std::string strTemplate = (std::filesystem::temp_directory_path() / "vuko-test-XXXXXX").string();
+TempDir::TempDir() : TempDir(std::filesystem::temp_directory_path().string()) {}
+
+TempDir::TempDir(const std::string& strParent) {
+    std::string strTemplate = strParent + "/vuko-test-XXXXXX";
     if (mkdtemp(strTemplate.data()) == nullptr) {
         throw std::runtime_error("mkdtemp " + strTemplate);
     }

@@ -9,6 +9,8 @@ namespace support {
 class TempDir {
 public:
     TempDir();
+    /// In that folder, which is there.
+    explicit TempDir(const std::string& strParent);
     ~TempDir();
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;
