@@ -109,7 +109,6 @@ private:
     void GiveUpPendingOfGone(const JobTable& former);
     void FindRunningAgain();
     void LookUpAccounts();
-    void TakeUpBoot(std::int64_t iWorkedUpTo);
     void RecoverRun(const StoredRun& stored, bool bSameBoot, std::int64_t iNow, std::vector<Planned>& vecAgain);
     void Adopt(const StoredRun& stored, const RunRecord& record);
     TickInput MakeInput(const ClockReading& reading, std::int64_t iUptimeSec);

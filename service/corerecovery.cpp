@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <optional>
 #include <utility>
 
 #include "base/syslog_line.h"
@@ -14,6 +15,22 @@ namespace VUKO::VUKOCrond::Service {
 namespace {
 
 constexpr const char* szLogSource = "recovery";
+
+/// Why a start that was decided by a former life of the service is not made after all. The role does not count: it was
+/// this machine's to run that minute.
+SkipReason WhyNotAgain(const Job& job, std::optional<Account>& account) {
+    if (job.bInvalid) {
+        return SkipReason::DefinitionInvalid;
+    }
+    if (!job.bEnabled) {
+        return SkipReason::Disabled;
+    }
+    account = FindAccount(job.strAccount);
+    if (!account) {
+        return SkipReason::AccountUnknown;
+    }
+    return CanBecome(*account) ? SkipReason::None : SkipReason::IdentityRefused;
+}
 
 /// How long ago a process was started. The time that a program has had already counts.
 std::int64_t AgeUsec(std::uint64_t uStartTicks) {
@@ -70,12 +87,12 @@ void Core::RecoverRun(const StoredRun& stored, bool bSameBoot, std::int64_t iNow
     table.Release(stored.outcome.uRun);
     const JobIndex uJob = _table.IndexOf(stored.iJobKey);
     Outcome outcome = stored.outcome;
-    const std::optional<Account> account =
-        uJob < _table.Size() && !_table.At(uJob).bInvalid ? FindAccount(_table.At(uJob).strAccount) : std::nullopt;
-    if (!account || !CanBecome(*account)) {
-        GiveUp(outcome, uJob >= _table.Size() || _table.At(uJob).bInvalid ? SkipReason::DefinitionInvalid
-                        : !account                                        ? SkipReason::AccountUnknown
-                                                                          : SkipReason::IdentityRefused);
+    std::optional<Account> account;
+    const SkipReason eWhyNot =
+        uJob < _table.Size() ? WhyNotAgain(_table.At(uJob), account) : SkipReason::DefinitionInvalid;
+    if (eWhyNot != SkipReason::None) {
+        GiveUp(outcome, eWhyNot);
+        CountOutcome(outcome);
         QueueRun(stored.iJobKey, outcome);
         return;
     }

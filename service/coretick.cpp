@@ -45,7 +45,9 @@ void Core::Tick(const ClockReading& reading, std::int64_t iUptimeSec) {
         return;
     }
     if (!bSameBoot) {
-        TakeUpBoot(reading.iLocalMinute - 1);
+        _clock.strBootId = _settings.strBootId;
+        _clock.iWorkedUpTo = reading.iLocalMinute - 1;
+        _clock.iSleptSince = 0;
     } else if (_bFirstTick) {
         _eGapCause = SkipReason::ServiceDown;
     }
@@ -64,13 +66,6 @@ void Core::Tick(const ClockReading& reading, std::int64_t iUptimeSec) {
     _eGapCause = SkipReason::ClockStep;
     _bLookForFuture = false;
     Carry(decision, reading);
-}
-
-/// What was missed while the machine was down is no gap.
-void Core::TakeUpBoot(std::int64_t iWorkedUpTo) {
-    _clock.strBootId = _settings.strBootId;
-    _clock.iWorkedUpTo = iWorkedUpTo;
-    _clock.iSleptSince = 0;
 }
 
 TickInput Core::MakeInput(const ClockReading& reading, std::int64_t iUptimeSec) {
@@ -308,9 +303,6 @@ SkipReason Core::RunNow(JobIndex uJob, const ClockReading& reading, std::functio
     }
     if (_settings.isHibernating()) {
         return SkipReason::Hibernating;
-    }
-    if (_clock.strBootId != _settings.strBootId) {
-        TakeUpBoot(reading.iLocalMinute); // else a later life of the service would not know the launch again
     }
     Decision decision;
     decision.iWorkedUpTo = _clock.iWorkedUpTo;

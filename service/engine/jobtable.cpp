@@ -62,8 +62,11 @@ JobIndex JobTable::IndexOf(std::int64_t iKey) const {
 }
 
 void JobTable::SetKey(JobIndex uJob, std::int64_t iKey) {
+    _mapKeys.erase(_vecJobs[uJob].iKey);
     _vecJobs[uJob].iKey = iKey;
-    _mapKeys[iKey] = uJob;
+    if (iKey != 0) {
+        _mapKeys[iKey] = uJob;
+    }
 }
 
 void JobTable::Matching(const WallMinute& wall, std::vector<JobIndex>& vecMatching) const {

@@ -35,7 +35,7 @@ public:
         change(_vecJobs[uJob]);
         Enter(uJob);
     }
-    /// Sets the store's key of a job.
+    /// Sets the store's key of a job; 0: it has none.
     void SetKey(JobIndex uJob, std::int64_t iKey);
     void SetAccountId(JobIndex uJob, uid_t uid) { _vecJobs[uJob].uidAccount = uid; }
 
