@@ -32,6 +32,11 @@ Core::Core(Settings settings, StateStore& store, Launcher& launcher, TemplateKee
         VUKO_LOG_PLAIN(LOG_ERR, 1, "the state cannot be read, all begins anew: %s", Escaped(error.what()).c_str());
     }
     _clock = _recovered.clock;
+    if (_store.IsFresh()) {
+        // The working copy is lost. How far a clock was worked on that was saved minutes ago is no longer true: going
+        // on from there would run those minutes again.
+        _clock.strBootId.clear();
+    }
     for (StoredJob& stored : _recovered.vecJobs) {
         JobId id = stored.id;
         _mapKnown.emplace(std::move(id), std::move(stored));
@@ -242,11 +247,7 @@ void Core::NoteSleep() {
 }
 
 void Core::RerollJob(JobIndex uJob) {
-    _table = [&] {
-        std::vector<Job> vecJobs = _table.Jobs();
-        Reroll(vecJobs[uJob]);
-        return JobTable(std::move(vecJobs));
-    }();
+    _table.SetSchedule(uJob, Rerolled(_table.At(uJob)));
     Transact("the new values", [&] { PutJob(uJob); });
     _bWorthSaving = true;
 }

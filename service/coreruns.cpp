@@ -25,7 +25,9 @@ void Core::TakeReports() {
             continue;
         }
         if (report.eKind == RunReport::Kind::Begun) {
-            _runs.Begin(*pRun, report.pidProgram, iNowUsec);
+            if (pRun->pidProgram == 0) { // else it was taken over, and its time runs already
+                _runs.Begin(*pRun, report.pidProgram, iNowUsec);
+            }
         } else {
             Finish(*pRun, report.end);
         }

@@ -73,6 +73,12 @@ std::int64_t UptimeSec() {
     return ts.tv_sec;
 }
 
+std::int64_t NowUsec() {
+    timespec ts = {};
+    clock_gettime(CLOCK_REALTIME, &ts);
+    return ts.tv_sec * USEC + ts.tv_nsec / 1000;
+}
+
 /// Below a root folder everything stays there, jobs' output included.
 Launcher::Settings LauncherSettings(const Options& options, const RootDir& root) {
     return {root.Path(Path::RUN_TABLE), root.Path(Path::OUTPUT_FOLDER), BootId(), options.strRoot.empty()};
@@ -196,6 +202,7 @@ void Daemon::HandleMinute() {
 /// What is done once a minute, after the jobs have been started.
 void Daemon::AfterTick() {
     ArmDeadline();
+    HandleRole(); // a change that was announced may have come
     _core.LookAtAdopted();
     _sleep->Retry();
     if (const std::string strProblem = _sleep->TakeProblem(); !strProblem.empty()) {
@@ -239,7 +246,7 @@ void Daemon::HandleReload() {
 
 void Daemon::HandleRole() {
     if (_role.Consume()) {
-        VUKO_LOG_PLAIN(LOG_NOTICE, 12, "the role is %s now", ToText(_role.RoleAt(std::int64_t{time(nullptr)} * USEC)));
+        VUKO_LOG_PLAIN(LOG_NOTICE, 12, "the role is %s now", ToText(_role.RoleAt(NowUsec())));
         Notify::Status(StatusText());
     }
     if (const std::string strProblem = _role.TakeProblem(); !strProblem.empty()) {
@@ -376,7 +383,7 @@ void Daemon::ArmDeadline() {
 }
 
 std::string Daemon::StatusText() {
-    const Role eRole = _role.RoleAt(std::int64_t{time(nullptr)} * USEC);
+    const Role eRole = _role.RoleAt(NowUsec());
     return std::string(ToText(eRole)) + ", " + std::to_string(_core.Jobs().Size()) + " jobs, " +
            std::to_string(_core.Going().Going()) + " running, " + std::to_string(_core.Refusals().size()) + " refused";
 }

@@ -244,16 +244,15 @@ StoredJob ToStored(const Job& job) {
     return stored;
 }
 
-void Reroll(Job& job) {
+std::string Rerolled(const Job& job) {
     CronJob record = BuildRecord(job);
     if (!record._bValid) {
-        return;
+        return job.strSchedule;
     }
     for (const std::string& strType : CronJob::GetAllScheduleTypes()) {
         record.GenerateSchedule(strType, -1);
     }
-    job.strSchedule = ScheduleToText(record);
-    job.schedule = Schedule(job.strSchedule);
+    return ScheduleToText(record);
 }
 
 } // namespace VUKO::VUKOCrond::Service

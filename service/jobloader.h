@@ -52,7 +52,7 @@ LoadResult LoadJobs(DefinitionScan scan, const JobTable& former, const KnownJobs
 /// What is kept of a job.
 StoredJob ToStored(const Job& job);
 
-/// Draws the random values of a job anew, each on its own.
-void Reroll(Job& job);
+/// Draws the random values of a job anew, each on its own. @return its values then, as ScheduleToText() has them.
+std::string Rerolled(const Job& job);
 
 } // namespace VUKO::VUKOCrond::Service

@@ -58,6 +58,7 @@ private:
     static bool MaySee(const Job& job, const Peer& peer) { return peer.IsRoot() || job.uidAccount == peer.uid; }
     static void RequireRoot(const Asked& asked);
     static std::string Text(const Asked& asked, const char* szMember);
+    static bool Flag(const Asked& asked, const char* szMember, bool bDefault);
     static Json::ArrayIndex Number(const Asked& asked, const char* szMember, Json::ArrayIndex uDefault);
 
     Core& _core;
@@ -179,7 +180,7 @@ Json::Value Requests::Run(const Asked& asked) {
     if (!reading) {
         throw ControlError(CODE_FAILED, "the time cannot be converted to local time");
     }
-    const bool bWait = asked.jsRequest.get("wait", false).asBool();
+    const bool bWait = Flag(asked, "wait", false);
     const std::string strJob = ToText(_core.Jobs().At(uJob).id);
     std::function<void(const RunEnd&)> onEnd;
     if (bWait) {
@@ -249,6 +250,7 @@ Json::Value Requests::Role(const Asked& asked) {
 
 Json::Value Requests::Template(const Asked& asked) {
     std::string strReason;
+    const bool bChanges = asked.jsRequest.isMember("reroll") || asked.jsRequest.isMember("maxDelay");
     if (asked.jsRequest.isMember("reroll")) {
         RequireRoot(asked);
         strReason = _core.Template().Reroll();
@@ -264,7 +266,9 @@ Json::Value Requests::Template(const Asked& asked) {
     if (!strReason.empty()) {
         throw ControlError(CODE_FAILED, strReason);
     }
-    _core.Save();
+    if (bChanges) {
+        _core.Save();
+    }
     Json::Value jsResult(Json::objectValue);
     for (const std::string& strType : CronJob::GetAllScheduleTypes()) {
         jsResult["values"][strType] = _core.Template().Template().GetGeneratedSchedule(strType);
@@ -275,7 +279,7 @@ Json::Value Requests::Template(const Asked& asked) {
 
 Json::Value Requests::Drain(const Asked& asked) {
     RequireRoot(asked);
-    _core.Drain(asked.jsRequest.get("on", true).asBool());
+    _core.Drain(Flag(asked, "on", true));
     Json::Value jsResult(Json::objectValue);
     jsResult["draining"] = _core.IsDraining();
     jsResult["running"] = static_cast<Json::UInt64>(_core.Going().Going());
@@ -320,6 +324,17 @@ std::string Requests::Text(const Asked& asked, const char* szMember) {
         throw ControlError(Protocol::CODE_BAD_REQUEST, std::string("\"") + szMember + "\": expected a text");
     }
     return jsText.asString();
+}
+
+bool Requests::Flag(const Asked& asked, const char* szMember, bool bDefault) {
+    const Json::Value& jsFlag = asked.jsRequest[szMember];
+    if (jsFlag.isNull()) {
+        return bDefault;
+    }
+    if (!jsFlag.isBool()) {
+        throw ControlError(Protocol::CODE_BAD_REQUEST, std::string("\"") + szMember + "\": expected true or false");
+    }
+    return jsFlag.asBool();
 }
 
 Json::ArrayIndex Requests::Number(const Asked& asked, const char* szMember, Json::ArrayIndex uDefault) {

@@ -83,24 +83,36 @@ void JobTable::Matching(const WallMinute& wall, std::vector<JobIndex>& vecMatchi
 }
 
 /// Each job stands in lists of one kind only, and in each list once.
-void JobTable::Index(JobIndex uJob) {
-    const Schedule& schedule = _vecSchedules.emplace_back(_vecJobs[uJob].schedule);
+template <typename Visit>
+void JobTable::ForEachList(const Schedule& schedule, const Visit& visit) {
     const std::uint64_t uMinutes = schedule.Minutes() & ALL_MINUTES;
     const std::uint32_t uHours = schedule.Hours() & ALL_HOURS;
     if (schedule.HasAnyMinute() && schedule.HasAnyHour()) {
-        _vecAlways.push_back(uJob);
+        visit(_vecAlways);
     } else if (schedule.HasAnyMinute()) {
-        ForEachBit(uHours, [&](std::size_t uHour) { _avecByHour[uHour].push_back(uJob); });
+        ForEachBit(uHours, [&](std::size_t uHour) { visit(_avecByHour[uHour]); });
     } else if (schedule.HasAnyHour() || std::popcount(uMinutes) * std::popcount(uHours) > MAX_LISTED_TIMES) {
-        ForEachBit(uMinutes, [&](std::size_t uMinute) { _avecByMinute[uMinute].push_back(uJob); });
+        ForEachBit(uMinutes, [&](std::size_t uMinute) { visit(_avecByMinute[uMinute]); });
     } else {
         ForEachBit(uHours, [&](std::size_t uHour) {
-            ForEachBit(uMinutes, [&](std::size_t uMinute) { _avecByTime[uHour * MINUTES + uMinute].push_back(uJob); });
+            ForEachBit(uMinutes, [&](std::size_t uMinute) { visit(_avecByTime[uHour * MINUTES + uMinute]); });
         });
     }
+}
+
+void JobTable::Index(JobIndex uJob) {
+    const Schedule& schedule = _vecSchedules.emplace_back(_vecJobs[uJob].schedule);
+    ForEachList(schedule, [uJob](std::vector<JobIndex>& vecJobs) { vecJobs.push_back(uJob); });
     if (_vecJobs[uJob].HasAssure()) {
         _vecAssured.push_back(uJob);
     }
+}
+
+void JobTable::SetSchedule(JobIndex uJob, const std::string& strSchedule) {
+    ForEachList(_vecSchedules[uJob], [uJob](std::vector<JobIndex>& vecJobs) { std::erase(vecJobs, uJob); });
+    _vecJobs[uJob].strSchedule = strSchedule;
+    _vecJobs[uJob].schedule = _vecSchedules[uJob] = Schedule(strSchedule);
+    ForEachList(_vecSchedules[uJob], [uJob](std::vector<JobIndex>& vecJobs) { vecJobs.push_back(uJob); });
 }
 
 void JobTable::Enter(JobIndex uJob) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <set>
+#include <string>
 #include <unordered_map>
 #include <vector>
 
@@ -37,6 +38,8 @@ public:
     }
     /// Sets the store's key of a job; 0: it has none.
     void SetKey(JobIndex uJob, std::int64_t iKey);
+    /// Gives a job other values, as ScheduleToText() has them.
+    void SetSchedule(JobIndex uJob, const std::string& strSchedule);
     void SetAccountId(JobIndex uJob, uid_t uid) { _vecJobs[uJob].uidAccount = uid; }
 
     /// Adds to `vecMatching` every job whose schedule holds that minute, once, in no order.
@@ -64,6 +67,8 @@ private:
     static constexpr std::size_t MINUTES = 60;
     static constexpr std::size_t HOURS = 24;
 
+    template <typename Visit>
+    void ForEachList(const Schedule& schedule, const Visit& visit);
     void Index(JobIndex uJob);
     void Enter(JobIndex uJob);
     void Leave(JobIndex uJob);
