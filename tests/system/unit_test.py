@@ -89,9 +89,9 @@ class Installed(MachineTest):
         return [(entry["end"]["kind"], entry["end"]["code"]) for entry in self.starts(name)]
 
     def start_long_job(self, script="echo $$ >/share/pid; echo began >>/share/log; "
-                                    "while [ ! -e /share/go ]; do sleep 0.05; done; echo ended >>/share/log"):
+                                    "while [ ! -e /share/go ]; do sleep 0.05; done; echo ended >>/share/log", **members):
         """Starts the service and a job, which goes on until /share/go is there."""
-        self.define("long", script)
+        self.define("long", script, **members)
         self.start()
         self.control.ask("run", job="long")
         self.await_shared("log", "began\n")
@@ -227,6 +227,15 @@ class Installed(MachineTest):
         self.assertIn("watchdog", " ".join(entry["MESSAGE"].lower() for entry in
                                            self.machine.journal("_PID=1", "UNIT=vukocrond.service")))
         self.assert_tracked_and_not_started_twice()
+
+    def test_a_timeout_counts_on_over_a_restart(self):
+        self.start_long_job("echo began >>/share/log; sleep 2; echo later >>/share/log; sleep 60", timeout=4)
+        self.await_shared("log", "began\nlater\n")
+        self.systemctl("restart")
+        self.assertEqual(self.control.jobs()["long"]["state"], "running")
+        poll(lambda: self.ends("long") == [("signaled", signal.SIGTERM)], "it is told to end", patience=15)
+        (run,) = self.starts("long")
+        self.assertTrue(3.9e6 < run["end"]["durationUsec"] < 5.5e6, run)  # and not 6 seconds, begun anew
 
     def assert_tracked_and_not_started_twice(self):
         self.assertEqual(self.control.jobs()["long"]["state"], "running")
