@@ -1,5 +1,6 @@
 #include "service/runs.h"
 
+#include <algorithm>
 #include <csignal>
 #include <ctime>
 #include <utility>
@@ -58,7 +59,8 @@ void Runs::Begin(Run& run, pid_t pidProgram, std::int64_t iNowUsec) {
     if (run.bTermSent) { // TERM found the child, which was past heeding it
         Signal(run, SIGTERM);
     } else if (run.iTimeout > 0 && !run.bEnded) {
-        run.iDeadlineUsec = iNowUsec + run.iTimeout * USEC;
+        // One that was adopted may have begun before this clock did, which stands still while the machine sleeps.
+        run.iDeadlineUsec = std::max<std::int64_t>(1, iNowUsec + run.iTimeout * USEC);
     }
 }
 
