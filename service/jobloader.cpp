@@ -42,15 +42,20 @@ bool SaysTheSame(const std::string& strFormer, const Definition& definition) {
 /// The one place where a job gets the values of its random fields. A field that reads as before keeps what was drawn
 /// for it, so that an edit of something else does not move the job.
 void DrawSchedule(Job& job, CronJob& record, const ScheduleTemplate& scheduleTemplate) {
-    CronJob former = record;
     const std::vector<std::string> vecFormer = SplitFields(job.strFields);
     const std::vector<std::string> vecFields = SplitFields(FieldsToText(record));
-    const bool bHasFormer = vecFormer.size() == vecFields.size() && ScheduleFromText(former, job.strSchedule);
+    std::optional<CronJob> former;
+    if (vecFormer.size() == vecFields.size()) {
+        former = record;
+        if (!ScheduleFromText(*former, job.strSchedule)) {
+            former.reset();
+        }
+    }
     const std::vector<std::string>& vecTypes = CronJob::GetAllScheduleTypes();
     for (std::size_t uField = 0; uField < vecTypes.size(); ++uField) {
         const std::string& strType = vecTypes[uField];
-        if (bHasFormer && vecFormer[uField] == vecFields[uField]) {
-            record._jsJob["schedule"][strType] = former._jsJob["schedule"][strType];
+        if (former && vecFormer[uField] == vecFields[uField]) {
+            record._jsJob["schedule"][strType] = former->_jsJob["schedule"][strType];
         } else {
             record.GenerateSchedule(strType, scheduleTemplate.GetGeneratedSchedule(strType));
         }
@@ -175,8 +180,7 @@ bool Loader::Build(Job& job, const Definition& definition) {
         return false;
     }
     DrawSchedule(job, record, _template);
-    Service::TakeDefinition(job, definition.jsDefinition, record);
-    job.strDefinition = definition.strText;
+    Service::TakeDefinition(job, definition.jsDefinition, record, definition.strText);
     return true;
 }
 

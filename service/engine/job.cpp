@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <memory>
+#include <utility>
 
 #include "service/logtext.h"
 
@@ -93,7 +94,11 @@ CronJob BuildRecord(const Job& job) {
 }
 
 void TakeDefinition(Job& job, const Json::Value& jsDefinition, const CronJob& record) {
-    job.strDefinition = DefinitionToText(jsDefinition);
+    TakeDefinition(job, jsDefinition, record, DefinitionToText(jsDefinition));
+}
+
+void TakeDefinition(Job& job, const Json::Value& jsDefinition, const CronJob& record, std::string strText) {
+    job.strDefinition = std::move(strText);
     job.strFields = FieldsToText(record);
     job.strAccount = AccountOf(jsDefinition);
     job.iAssureHours = record._iAssureExecute;

@@ -74,6 +74,8 @@ CronJob BuildRecord(const Job& job);
 ///
 /// @param record  valid, built from `jsDefinition`.
 void TakeDefinition(Job& job, const Json::Value& jsDefinition, const CronJob& record);
+/// The same, for whoever has the definition as a text already.
+void TakeDefinition(Job& job, const Json::Value& jsDefinition, const CronJob& record, std::string strText);
 
 /// @return the text in one line, as Job::strDefinition has it.
 std::string DefinitionToText(const Json::Value& jsDefinition);
