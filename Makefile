@@ -2,7 +2,7 @@
 
 # Test steps run one after the other even under make -j: each uses both cores already.
 .NOTPARALLEL:
-.PHONY: all demo test test-dev test-asan test-tsan test-clang test-fuzz soak bench install format clean
+.PHONY: all demo test test-plain test-dev test-asan test-tsan test-clang test-fuzz soak bench install format clean
 .DEFAULT_GOAL := all
 
 all:
