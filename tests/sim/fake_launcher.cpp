@@ -62,8 +62,7 @@ Machine::Slot* Machine::SlotOf(const Launch& launch) {
     return it != _mapSlots.end() && it->second.uSlot == launch.uSlot ? &it->second : nullptr;
 }
 
-std::vector<Launch> Machine::Proceed() {
-    std::vector<Launch> vecBegun;
+void Machine::Proceed() {
     for (Launch& launch : _vecLaunches) {
         Slot* const pSlot = SlotOf(launch);
         if (!launch.bChildThere || launch.pidProgram != 0) {
@@ -84,10 +83,11 @@ std::vector<Launch> Machine::Proceed() {
             pSlot->record.pidProgram = launch.pidProgram;
             pSlot->record.uProgramStart = static_cast<std::uint64_t>(MonotonicUsec() / (USEC / 100));
             Tell({launch.uRun, RunReport::Kind::Begun, launch.pidProgram, {}});
-            vecBegun.push_back(launch);
+            if (onBegun) {
+                onBegun(launch);
+            }
         }
     }
-    return vecBegun;
 }
 
 void Machine::End(Launch& launch, EndKind eKind, int iCode) {

@@ -57,6 +57,7 @@ public:
 
     /// Called at each step of the service; may throw Crash.
     std::function<void(Step, const std::string& strWhat)> onStep;
+    std::function<void(const Launch&)> onBegun;
     int iForksToFail = 0; ///< so many of the next forks make no child
     std::map<std::string, uid_t> mapAccounts = {{"root", 0}};
     std::set<std::string> setRefused; ///< accounts that the service cannot become
@@ -64,9 +65,8 @@ public:
     /// Every launch of this boot whose child or program is there, and those that ended since the last Forget().
     std::vector<Launch>& Launches() { return _vecLaunches; }
     Launch* Find(Service::RunId uRun);
-    /// Lets the children that were forked take their launches, and begin those whose delay is over. @return those that
-    /// have begun.
-    std::vector<Launch> Proceed();
+    /// Lets the children that were forked take their launches, and begin those whose delay is over.
+    void Proceed();
     /// The program ends, and its child with it.
     void End(Launch& launch, Service::EndKind eKind, int iCode);
     /// The child is killed. A program goes on alone.

@@ -9,6 +9,7 @@ namespace {
 
 constexpr std::time_t FOUR_HOURS = 4 * 60 * 60;
 constexpr const char* szClockStep = "clock step";
+constexpr const char* szOverlap = "overlap";
 
 /// The wall clock's minutes since it showed the epoch.
 std::int64_t MinuteOnTheWall(std::time_t tClock) {
@@ -208,7 +209,11 @@ void NaiveModel::LookAtJob(ModelJob& job, std::int64_t iMinute, std::int64_t iPa
     for (const std::int64_t iPassedMinute : PassedOver(job, iMinute, iPassed)) {
         if (vecDue.empty() || iPassedMinute != vecDue.front()) {
             const bool bAgain = iPassedMinute == iMinute;
-            Tell(job, iPassedMinute, bAgain ? szClockStep : !job.bEnabled ? "disabled" : _strCause);
+            Tell(job, iPassedMinute,
+                 bAgain          ? szClockStep
+                 : job.bInvalid  ? "definition invalid"
+                 : !job.bEnabled ? "disabled"
+                                 : _strCause);
         }
     }
     LookAtGuarantee(job, iMinute, !vecDue.empty() || (iPassed <= 0 && Matches(job, iMinute)));
@@ -219,7 +224,9 @@ void NaiveModel::LookAtGuarantee(ModelJob& job, std::int64_t iMinute, bool bHadT
         return;
     }
     job.iBase = std::min<std::int64_t>(job.iBase, _tClock);
-    if (bHadTurn || _tClock <= job.iBase + job.iAssureSec || !WhyNot(job).empty()) {
+    const std::string strAgainst = WhyNot(job);
+    if (bHadTurn || !_bSettled || _tClock <= job.iBase + job.iAssureSec ||
+        (!strAgainst.empty() && strAgainst != szOverlap) || (job.bBusy && job.bAssureRun)) {
         return;
     }
     if (job.bAssureRun) {
@@ -232,9 +239,11 @@ void NaiveModel::LookAtGuarantee(ModelJob& job, std::int64_t iMinute, bool bHadT
 }
 
 std::string NaiveModel::WhyNot(const ModelJob& job) const {
-    return !job.bEnabled                     ? "disabled"
+    return job.bInvalid                      ? "definition invalid"
+           : !job.bEnabled                   ? "disabled"
            : _tClock < _tAwakeAgain          ? "hibernating"
            : _bPassive && !job.bRunOnPassive ? "passive"
+           : job.bBusy && job.bBusyMatters   ? szOverlap
                                              : "";
 }
 

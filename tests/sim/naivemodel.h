@@ -40,7 +40,7 @@ public:
     /// in order.
     std::vector<ModelOutcome> Run(std::time_t tFrom, std::time_t tTo, const std::vector<ModelEvent>& vecEvents);
 
-private:
+protected:
     struct ModelJob {
         std::string strName;
         std::array<std::vector<bool>, 5> avecMatches; ///< by field and value, as the library answers
@@ -51,6 +51,9 @@ private:
         std::int64_t iAssureSec = 0;
         std::int64_t iBase = 0; ///< what its guarantee counts from
         bool bReported = false;
+        bool bInvalid = false;    ///< its file is refused for now
+        bool bBusy = false;       ///< a run of it is going on,
+        bool bBusyMatters = true; ///< and stands in the way of another
     };
 
     static ModelJob ModelOf(const CronJob& record);
@@ -72,6 +75,7 @@ private:
     std::time_t _tUpAgain = 0;
     std::time_t _tAwakeAgain = 0;
     bool _bPassive = false;
+    bool _bSettled = true; ///< the boot has; guarantees wait for it
     bool _bLooked = false;
     std::int64_t _iLastLook = 0;
     std::int64_t _iWorkedUpTo = 0;
