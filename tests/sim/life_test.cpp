@@ -491,13 +491,13 @@ void LiveThrough(std::uint64_t uDefaultSeed, bool bLiteral) {
     const bool bLong = szLong != nullptr && std::string(szLong) == "1";
     const std::uint64_t uSeed = SeedOfTheEnvironment().value_or(uDefaultSeed);
     std::cout << "VUKO_SEED=" << uSeed << std::endl;
-    const int iWorlds = bLong ? 24 : 2;
+    const int iWorlds = bLong ? 12 : 2;
     std::size_t uOutcomes = 0;
     std::size_t uCrashes = 0;
     for (int iWorld = 0; iWorld < iWorlds && !::testing::Test::HasFailure(); ++iWorld) {
         g_random.seed(uSeed + static_cast<std::uint64_t>(iWorld));
         World world(uSeed + static_cast<std::uint64_t>(iWorld), bLiteral);
-        world.Run(bLong ? 60 * 24 * 60 : 1000);
+        world.Run(bLong ? 30 * 24 * 60 : 1000);
         uOutcomes += world.Outcomes();
         uCrashes += world.Crashes();
     }
