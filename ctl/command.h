@@ -23,10 +23,13 @@ CLI::App* AddCommand(CLI::App& app, Common& common, const std::string& strName, 
                      std::function<ExitStatus()> run);
 
 void AddNext(CLI::App& app, Common& common);
+void AddCheck(CLI::App& app, Common& common);
+void AddExplain(CLI::App& app, Common& common);
 void AddSimulate(CLI::App& app, Common& common);
 void AddStatus(CLI::App& app, Common& common);
 void AddList(CLI::App& app, Common& common);
 void AddShow(CLI::App& app, Common& common);
+void AddWhy(CLI::App& app, Common& common);
 void AddHistory(CLI::App& app, Common& common);
 void AddRun(CLI::App& app, Common& common);
 /// reload, reroll, role, template, drain: one request each.

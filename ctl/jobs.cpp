@@ -13,6 +13,7 @@
 #include "ctl/toolerror.h"
 #include "platform/vukojson.h"
 #include "service/definitions/definitionreason.h"
+#include "service/definitions/jsonfault.h"
 
 namespace VUKO::VUKOCrond::Ctl {
 
@@ -73,12 +74,20 @@ Job JobOfCrontab(const std::string& strCrontab) {
     return JobOfDefinition(jsDefinition, "\"" + strCrontab + "\"");
 }
 
+std::string ReadDocument(const std::string& strFile, Json::Value& jsDocument) {
+    const std::string strPath = strFile == "-" ? FileOfStandardInput() : strFile;
+    errno = 0;
+    if (JSON::fromFile(jsDocument, strPath)) {
+        return std::string();
+    }
+    return errno == EBADMSG ? "is not JSON: " + Service::WhyFileIsNotJson(strPath)
+                            : std::string("cannot be read: ") + strerror(errno);
+}
+
 std::vector<Job> JobsOfFile(const std::string& strFile) {
     Json::Value jsDocument;
-    errno = 0;
-    if (!JSON::fromFile(jsDocument, strFile == "-" ? FileOfStandardInput() : strFile)) {
-        throw ToolError(EXIT_WRONG, strFile + (errno == EBADMSG ? ": is not JSON"
-                                                                : std::string(": cannot be read: ") + strerror(errno)));
+    if (const std::string strReason = ReadDocument(strFile, jsDocument); !strReason.empty()) {
+        throw ToolError(EXIT_WRONG, strFile + ": " + strReason);
     }
     std::vector<Job> vecJobs;
     if (jsDocument.isObject()) {

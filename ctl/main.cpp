@@ -28,7 +28,8 @@ ExitStatus Work(int iCount, char** aArguments) {
         ->check(CLI::Validator(CLI::ExistingDirectory).description(""));
     app.require_subcommand(1);
     app.fallthrough();
-    for (const auto add : {AddNext, AddSimulate, AddStatus, AddList, AddShow, AddHistory, AddRun, AddSteering}) {
+    for (const auto add : {AddNext, AddSimulate, AddCheck, AddExplain, AddStatus, AddList, AddShow, AddHistory, AddWhy,
+                           AddRun, AddSteering}) {
         add(app, common);
     }
     try {

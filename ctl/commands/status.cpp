@@ -41,8 +41,9 @@ ExitStatus Run(const Common& common) {
     std::cout << "vukocrond " << jsStatus["version"].asString() << (jsStatus["draining"].asBool() ? ", draining" : "")
               << (jsStatus["hibernating"].asBool() ? ", hibernating" : "") << "\n"
               << "     Role: " << jsStatus["role"].asString() << "\n"
-              << "    Clock: " << LocalText(static_cast<std::time_t>(jsStatus["now"].asInt64())) << " "
-              << jsStatus["zone"].asString() << ", policy " << jsStatus["policy"].asString() << "\n"
+              << "    Clock: " << LocalText(static_cast<std::time_t>(jsStatus["now"].asInt64()))
+              << ", zone of the service " << jsStatus["zone"].asString() << ", policy " << jsStatus["policy"].asString()
+              << "\n"
               << "     Jobs: " << JobsText(jsStatus["jobs"]) << "\n"
               << " Template: " << TemplateText(jsStatus["template"]) << "\n";
     if (jsStatus.isMember("refusals")) {

@@ -4,8 +4,10 @@
 usage: ctl_test.py TOOL SERVICE
 """
 
+import datetime
 import json
 import os
+import random
 import subprocess
 import sys
 import tempfile
@@ -141,6 +143,109 @@ class Simulate(unittest.TestCase):
                 self.assertIn("-:2: expected TIME and one of", done.stderr)
 
 
+class Review(unittest.TestCase):
+    def codes(self, definition):
+        done = tool("check", "-", "--json", text=json.dumps(definition))
+        told = json.loads(done.stdout)["files"][0]
+        self.assertEqual(done.returncode, 0 if told["valid"] else 1)
+        return told["valid"], [(warning["code"], warning["field"]) for warning in told["warnings"]], told["errors"]
+
+    def test_nothing_to_say_of_a_plain_definition(self):
+        self.assertEqual(self.codes({"name": "a", "user": "root", "period": "daily", "cmd": "/bin/true"}), (True, [], []))
+
+    def test_each_surprise_has_its_code(self):
+        plain = {"name": "a", "user": "root", "period": "crontab", "crontab": "5 4 * * *", "cmd": "/bin/true"}
+        for change, code, field in [
+                ({"crontab": "*/15 * * * *"}, "tail-dropped", "crontab"), ({"crontab": "~/10 * * * *"}, "tail-dropped", "crontab"),
+                ({"crontab": "0 0 1 * 1"}, "days-joined-by-and", "crontab"), ({"period": "midnight"}, "period-letter", "period"),
+                ({"crontab": "0 0 30 2 *"}, "never", "crontab"), ({"cmd": "true"}, "program-without-slash", "cmd"),
+                ({"cmd": "/bin/echo 'a b'"}, "quotes", "cmd"), ({"user": "mysystem"}, "user-class", "user"),
+                ({"assure_execute": 600000}, "assure-wraps", "assure_execute"), ({"name": "a b"}, "unsafe-name", "name"),
+                ({"crontab": "5,5 4 * * *"}, "repeated-item", "crontab")]:
+            with self.subTest(change=change):
+                self.assertEqual(self.codes({**plain, **change}), (True, [(code, field)], []))
+
+    def test_each_fault_is_told_with_its_place(self):
+        valid, _, errors = self.codes([{"name": "a", "user": "root", "period": "d", "cmd": "/bin/true"},
+                                       {"name": "b", "user": "root", "period": "c", "crontab": "1-5 * * * *", "cmd": "/x"}])
+        self.assertEqual((valid, errors), (False, ['definition 2 "b": field "crontab": minute: "1-5" is no number']))
+        done = tool("check", "-", text='{"name": }')
+        self.assertEqual(done.returncode, 1)
+        self.assertIn("-: error: is not JSON: line 1, column", done.stdout)
+        self.assertIn("cannot be read: No such file", tool("check", "/no/such").stdout)
+
+    def test_explain_tells_the_meaning_and_the_next_starts(self):
+        told = json.loads(tool("explain", "0 0 13 * 5", "--json").stdout)
+        self.assertEqual((told["valid"], len(told["next"]), told["warnings"][0]["code"], told["warnings"][0]["rewrite"]),
+                         (True, 3, "days-joined-by-and", None))
+        self.assertIn("day 13", told["meaning"])
+        done = tool("explain", "0 0 * * 7", "--json")
+        told = json.loads(done.stdout)
+        self.assertEqual((done.returncode, told["valid"], told["warnings"][0]["rewrite"]), (1, False, "0 0 * * 0"))
+
+
+BOUNDS = [(0, 59), (0, 23), (1, 31), (1, 12), (0, 7)]
+NAMES = [None, None, None, "jan feb mar apr may jun jul aug sep oct nov dec".split(), "sun mon tue wed thu fri sat".split()]
+
+
+def classic_values(text, field):
+    """The values of a field of a classic crontab, read by its manual page."""
+    low, high = BOUNDS[field]
+    values = set()
+    for item in text.split(","):
+        span, _, step = item.partition("/")
+        ends = [str(low), str(6 if field == 4 else high)] if span == "*" else span.split("-")
+        numbers = [NAMES[field].index(end.lower()) + (field == 3) if NAMES[field] and end.isalpha() else int(end) for end in ends]
+        values |= {value % 7 if field == 4 else value for value in range(numbers[0], numbers[-1] + 1, int(step or 1))}
+    return values
+
+
+def here_values(text, field):
+    low, high = BOUNDS[field]
+    return set(range(low, high + 1)) if text == "*" else {int(item) for item in text.split(",")}
+
+
+class Rewrites(unittest.TestCase):
+    DAYS = [datetime.date(2023, 1, 1) + datetime.timedelta(days=n) for n in range(6 * 365)]
+
+    def item(self, chance, field):
+        low, high = BOUNDS[field]
+        first, last = sorted(chance.sample(range(low, high + 1), 2))
+        name = (lambda value: NAMES[field][value % 7 if field == 4 else value - 1]) if NAMES[field] else str
+        return chance.choice(["*", f"*/{chance.randint(1, 12)}", str(first), f"{first}-{last}",
+                              f"{first}-{last}/{chance.randint(1, 5)}", name(first)])
+
+    def test_a_rewrite_says_the_same_at_every_minute(self):
+        seed = int(os.environ.get("VUKO_SEED", random.SystemRandom().randrange(10**6)))
+        print(f"VUKO_SEED={seed}")
+        chance = random.Random(seed)
+        rewritten = refused = 0
+        for _ in range(60):
+            texts = [",".join(self.item(chance, field) for _ in range(chance.choice([1, 1, 2]))) for field in range(5)]
+            if chance.random() < 0.5:
+                texts[chance.choice([2, 4])] = "*"
+            told = json.loads(tool("explain", " ".join(texts), "--json").stdout)
+            rewrites = {warning["rewrite"] for warning in told["warnings"]}
+            self.assertLessEqual(len(rewrites), 1, told)
+            if not rewrites or rewrites == {None}:
+                refused += 1
+                continue
+            rewritten += 1
+            new = rewrites.pop().split(" ")
+            old_values = [classic_values(text, field) for field, text in enumerate(texts)]
+            new_values = [here_values(text, field) for field, text in enumerate(new)]
+            self.assertEqual(old_values[:2], new_values[:2], told)
+            join_by_or = not texts[2].startswith("*") and not texts[4].startswith("*")
+            for day in self.DAYS:
+                weekday = day.isoweekday() % 7
+                matches = [day.day in old_values[2], weekday in old_values[4]]
+                old = day.month in old_values[3] and (any(matches) if join_by_or else all(matches))
+                here = day.month in new_values[3] and day.day in new_values[2] and weekday in new_values[4]
+                self.assertEqual(old, here, f"{texts} {new} {day}")
+        self.assertGreater(rewritten, 10)
+        self.assertGreater(refused, 0)
+
+
 class WithAService(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
@@ -186,6 +291,14 @@ class WithAService(unittest.TestCase):
         status, told = self.ask("show", "good")
         self.assertEqual((status, told["definition"]["cmd"]), (0, "/bin/true"))
         self.assertEqual(tool("show", "nobody", root=self.root).returncode, 1)
+
+    def test_why_tells_the_cause(self):
+        self.assertEqual(self.ask("run", "good", "--wait")[0], 0)
+        status, told = self.ask("why", "good")
+        self.assertEqual((status, told["outcome"]["label"]), (0, "manual"))
+        self.assertRegex(told["text"], r"^builtin/good ran for .* \(manual\), started at .*: exit 0\.$")
+        told = self.ask("why", "good", "--at", "2026-06-01T12:00")[1]
+        self.assertIn("builtin/good did not run at 2026-06-01T12:00: its schedule, ", told["text"])
 
     def test_status_tells_what_is_refused(self):
         status, told = self.ask("status")

@@ -1,0 +1,67 @@
+#include <ctime>
+#include <iostream>
+#include <memory>
+
+#include "ctl/command.h"
+#include "ctl/jobs.h"
+#include "ctl/nextstarts.h"
+#include "ctl/review.h"
+#include "ctl/zone.h"
+
+namespace VUKO::VUKOCrond::Ctl {
+
+namespace {
+
+constexpr std::size_t SHOWN_STARTS = 3;
+
+ExitStatus Run(const std::string& strCrontab, const Common& common) {
+    UseZone(std::string());
+    const Review review = ReviewCrontab(strCrontab);
+    const bool bValid = review.vecErrors.empty();
+    Json::Value jsResult(Json::objectValue);
+    jsResult["crontab"] = strCrontab;
+    jsResult["valid"] = bValid;
+    jsResult["meaning"] = bValid ? MeaningOf(strCrontab) : "";
+    PutReview(jsResult, review);
+    jsResult["next"] = Json::Value(Json::arrayValue);
+    if (bValid) {
+        for (const NextStart& start :
+             FindNextStarts(JobOfCrontab(strCrontab), Service::ClockPolicy::CatchUp, time(nullptr), SHOWN_STARTS)) {
+            Json::Value jsStart(Json::objectValue);
+            jsStart["epoch"] = static_cast<Json::Int64>(start.tInstant);
+            jsStart["local"] = LocalText(start.tInstant);
+            jsStart["reason"] = ToText(start.eReason);
+            jsResult["next"].append(jsStart);
+        }
+    }
+    if (common.bJson) {
+        PrintJson(jsResult);
+        return bValid ? EXIT_DONE : EXIT_WRONG;
+    }
+    std::cout << "Meaning: " << (bValid ? MeaningOf(strCrontab) : "none, it is refused") << "\n";
+    for (const Json::Value& jsError : jsResult["errors"]) {
+        std::cout << "  Error: " << jsError.asString() << "\n";
+    }
+    for (const Warning& warning : review.vecWarnings) {
+        std::cout << "Warning: " << warning.strText << " [" << warning.strCode << "]\n";
+        if (warning.rewrite) {
+            std::cout << "         as in a classic crontab: \"" << *warning.rewrite << "\"\n";
+        }
+    }
+    for (const Json::Value& jsStart : jsResult["next"]) {
+        std::cout << "   Next: " << jsStart["local"].asString() << "\n";
+    }
+    return bValid ? EXIT_DONE : EXIT_WRONG;
+}
+
+} // namespace
+
+void AddExplain(CLI::App& app, Common& common) {
+    const auto strCrontab = std::make_shared<std::string>();
+    AddCommand(app, common, "explain", "Tell in words what five fields mean here",
+               [strCrontab, &common] { return Run(*strCrontab, common); })
+        ->add_option("CRONTAB", *strCrontab, "Five fields, in one argument")
+        ->required();
+}
+
+} // namespace VUKO::VUKOCrond::Ctl
