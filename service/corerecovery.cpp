@@ -122,6 +122,13 @@ void Core::Adopt(const StoredRun& stored, const RunRecord& record) {
             job.iRunningSince = stored.outcome.iDecided;
             job.uLastRun = record.uRun;
         });
+    } else { // its definition is away; it may come back while this goes on
+        for (const auto& [id, known] : _mapKnown) {
+            if (known.iKey == stored.iJobKey) {
+                run.id = id;
+                run.strJob = ToText(id);
+            }
+        }
     }
     Run& added = _runs.Add(std::move(run));
     if (record.pidProgram != 0) {
