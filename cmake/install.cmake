@@ -43,6 +43,7 @@ endforeach()
 install(TARGETS crond platform EXPORT vukocrond LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(TARGETS vukocrond_service RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
 install(TARGETS vukocronctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(FILES docs/man/vukocronctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES docs/man/vukocrond.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 
 # Below the prefix like all else, in the folder that systemd has for units of packages. Where the prefix is /usr, a

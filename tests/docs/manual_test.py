@@ -1,7 +1,8 @@
 #!/usr/bin/env -S python3 -B
-"""The manual page describes the options that the program has, and no others, and is free of formatting mistakes.
+"""The manual pages describe the commands and options that the programs have, and no others, and are free of formatting
+mistakes.
 
-Usage: manual_test.py SOURCE_FOLDER PROGRAM
+Usage: manual_test.py SOURCE_FOLDER SERVICE CONTROL_TOOL
 """
 
 import pathlib
@@ -10,30 +11,92 @@ import subprocess
 import sys
 import unittest
 
-SOURCE, PROGRAM = map(pathlib.Path, sys.argv[1:])
-PAGE = SOURCE / "docs/man/vukocrond.8"
+SOURCE, SERVICE, TOOL = map(pathlib.Path, sys.argv[1:])
+PAGES = SOURCE / "docs/man"
+EVERYWHERE = {"--help", "--json"}  # of each command; the page says so once
+
+
+def help_of(*command):
+    return subprocess.run([*command, "--help"], capture_output=True, text=True, check=True).stdout
+
+
+def page(name):
+    return (PAGES / name).read_text(encoding="utf-8")
+
+
+def options_of(help_text):
+    return set(re.findall(r"^ +(?:-\w,)?(--?[\w-]+)", help_text, re.M))
+
+
+def described_options(text):
+    return {"-" + option for option in re.findall(r"^\.It Fl (?:\w , )?(-?[\w-]+)", text, re.M)}
+
+
+def commands():
+    return re.findall(r"^  (\w+) ", help_of(TOOL).partition("\nSubcommands:\n")[2], re.M)
+
+
+def sections(text):
+    """Name and text of each command's section."""
+    part = text.partition("\n.Sh COMMANDS\n")[2].partition("\n.Sh ")[0]
+    pieces = re.split(r"^\.Ss (.*)\n", part, flags=re.M)
+    return dict(zip(pieces[1::2], pieces[2::2]))
 
 
 class Manual(unittest.TestCase):
-    def test_describes_each_option_of_the_program(self):
-        help_text = subprocess.run([PROGRAM, "--help"], capture_output=True, text=True, check=True).stdout
-        options = set(re.findall(r"^ +(?:-\w,)?--([\w-]+)", help_text, re.M))
-        described = set(re.findall(r"^\.It Fl (?:\w , )?-([\w-]+)", PAGE.read_text(encoding="utf-8"), re.M))
-        self.assertGreater(len(options), 2)
-        self.assertEqual(described, options)
-
-    def test_names_the_choices_of_each_option(self):
-        help_text = subprocess.run([PROGRAM, "--help"], capture_output=True, text=True, check=True).stdout
-        page = PAGE.read_text(encoding="utf-8")
+    def assert_choices_are_named(self, help_text, text):
         for option, choices in re.findall(r"--([\w-]+) \w+:value in {([^}]*)}", help_text):
             words = set(re.findall(r"(\w+)->", choices))
-            described = re.search(rf"^\.It Fl -{option} Cm (.*)$", page, re.M)
+            described = re.search(rf"^\.It Fl -{option} Cm (.*)$", text, re.M)
             self.assertEqual(set(described[1].split(" | ")), words)
 
+    def test_describes_each_option_of_the_service(self):
+        options = options_of(help_of(SERVICE))
+        self.assertGreater(len(options), 2)
+        self.assertEqual(described_options(page("vukocrond.8")), options)
+
+    def test_names_the_choices_of_each_option_of_the_service(self):
+        self.assert_choices_are_named(help_of(SERVICE), page("vukocrond.8"))
+
+    def test_describes_each_command_of_the_tool_in_the_order_of_its_help(self):
+        self.assertGreater(len(commands()), 2)
+        self.assertEqual(list(sections(page("vukocronctl.1"))), commands())
+
+    def test_describes_the_options_that_all_commands_of_the_tool_have(self):
+        text = page("vukocronctl.1").partition("\n.Sh COMMANDS\n")[0]
+        self.assertEqual(described_options(text), options_of(help_of(TOOL)) | EVERYWHERE)
+
+    def test_describes_each_option_of_each_command_and_its_choices(self):
+        for command, text in sections(page("vukocronctl.1")).items():
+            with self.subTest(command):
+                help_text = help_of(TOOL, command)
+                options = options_of(help_text)
+                self.assertLessEqual(EVERYWHERE, options)
+                self.assertEqual(described_options(text), options - EVERYWHERE)
+                self.assert_choices_are_named(help_text, text)
+
+    def test_shows_each_command_with_its_options_as_it_is_written(self):
+        for command, text in sections(page("vukocronctl.1")).items():
+            with self.subTest(command):
+                synopsis = text.partition("\n.Pp\n")[0]
+                self.assertTrue(synopsis.startswith(f".Nm\n.Cm {command}"))
+                shown = {"-" + option for option in re.findall(r"\bFl (-?[\w-]+)", synopsis)}
+                self.assertEqual(shown, options_of(help_of(TOOL, command)) - EVERYWHERE)
+
+    def test_lists_each_code_of_a_warning(self):
+        source = (SOURCE / "ctl/review.cpp").read_text(encoding="utf-8")
+        codes = re.findall(r'(?:\bWarn\(|push_back\(\{)"([\w-]+)"', source)
+        table = page("vukocronctl.1").partition("\n.Sh WARNINGS\n")[2].partition("\ncode ")[2].partition("\n.Ed")[0]
+        self.assertGreater(len(codes), 2)
+        self.assertEqual(sorted(re.findall(r"^([\w-]+) ", table, re.M)), sorted(codes))
+
     def test_is_free_of_formatting_mistakes(self):
-        done = subprocess.run(["groff", "-mandoc", "-Tutf8", "-ww", PAGE], capture_output=True, text=True, check=True)
-        self.assertEqual(done.stderr, "")
-        self.assertIn("VUKOCROND(8)", done.stdout)
+        for name, title in (("vukocrond.8", "VUKOCROND(8)"), ("vukocronctl.1", "VUKOCRONCTL(1)")):
+            with self.subTest(name):
+                done = subprocess.run(["groff", "-mandoc", "-Tutf8", "-ww", PAGES / name], capture_output=True, text=True,
+                                      check=True)
+                self.assertEqual(done.stderr, "")
+                self.assertIn(title, done.stdout)
 
 
 if __name__ == "__main__":

@@ -79,8 +79,9 @@ class Install(unittest.TestCase):
     def test_the_service_finds_its_libraries(self):
         self.assertRegex(run(self.tree / "sbin/vukocrond", "--version"), r"^vukocrond \d+\.\d+\.\d+\n$")
 
-    def test_the_manual_page_of_the_service_is_there(self):
-        self.assertIn("vukocrond", (self.tree / "share/man/man8/vukocrond.8").read_text(encoding="utf-8"))
+    def test_the_manual_pages_are_there(self):
+        for page in ("man1/vukocronctl.1", "man8/vukocrond.8"):
+            self.assertIn("\n.Sh NAME\n", (self.tree / "share/man" / page).read_text(encoding="utf-8"))
 
     def test_the_unit_names_the_program_where_it_was_installed(self):
         unit = (self.tree / "lib/systemd/system/vukocrond.service").read_text(encoding="utf-8")
