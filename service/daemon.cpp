@@ -67,18 +67,6 @@ int Guarded(const char* szWhat, const Body& body) {
     return 0;
 }
 
-std::int64_t UptimeSec() {
-    timespec ts = {};
-    clock_gettime(CLOCK_BOOTTIME, &ts);
-    return ts.tv_sec;
-}
-
-std::int64_t NowUsec() {
-    timespec ts = {};
-    clock_gettime(CLOCK_REALTIME, &ts);
-    return ts.tv_sec * USEC + ts.tv_nsec / 1000;
-}
-
 /// Below a root folder everything stays there, jobs' output included.
 Launcher::Settings LauncherSettings(const Options& options, const RootDir& root) {
     return {root.Path(Path::RUN_TABLE), root.Path(Path::OUTPUT_FOLDER), BootId(), options.strRoot.empty()};
@@ -246,7 +234,7 @@ void Daemon::HandleReload() {
 
 void Daemon::HandleRole() {
     if (_role.Consume()) {
-        VUKO_LOG_PLAIN(LOG_NOTICE, 12, "the role is %s now", ToText(_role.RoleAt(NowUsec())));
+        VUKO_LOG_PLAIN(LOG_NOTICE, 12, "the role is %s now", ToText(_role.RoleAt(RealtimeUsec())));
         Notify::Status(StatusText());
     }
     if (const std::string strProblem = _role.TakeProblem(); !strProblem.empty()) {
@@ -383,7 +371,7 @@ void Daemon::ArmDeadline() {
 }
 
 std::string Daemon::StatusText() {
-    const Role eRole = _role.RoleAt(NowUsec());
+    const Role eRole = _role.RoleAt(RealtimeUsec());
     return std::string(ToText(eRole)) + ", " + std::to_string(_core.Jobs().Size()) + " jobs, " +
            std::to_string(_core.Going().Going()) + " running, " + std::to_string(_core.Refusals().size()) + " refused";
 }

@@ -116,10 +116,4 @@ RunEnd LostEnd() {
     return end;
 }
 
-std::int64_t MonotonicUsec() {
-    timespec ts = {};
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return ts.tv_sec * USEC + ts.tv_nsec / 1000;
-}
-
 } // namespace VUKO::VUKOCrond::Service

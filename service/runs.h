@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "service/clocks.h"
 #include "service/engine/jobid.h"
 #include "service/engine/outcome.h"
 
@@ -74,8 +75,5 @@ private:
 
 /// The end of a launch of which nobody is left to tell.
 RunEnd LostEnd();
-
-/// Microseconds of a clock that only runs while the machine does, and that nobody sets.
-std::int64_t MonotonicUsec();
 
 } // namespace VUKO::VUKOCrond::Service
