@@ -26,7 +26,7 @@ ExitStatus Work(int iCount, char** aArguments) {
     app.add_option("--root", common.strRoot, "All folders and files lie below DIR")
         ->type_name("DIR")
         ->check(CLI::Validator(CLI::ExistingDirectory).description(""));
-    app.require_subcommand(1);
+    app.require_subcommand(0, 1); // what is no command is told by its name then
     app.fallthrough();
     for (const auto add : {AddNext, AddSimulate, AddCheck, AddExplain, AddStatus, AddList, AddShow, AddHistory, AddWhy,
                            AddRun, AddSteering}) {
@@ -34,6 +34,9 @@ ExitStatus Work(int iCount, char** aArguments) {
     }
     try {
         app.parse(iCount, aArguments);
+        if (app.get_subcommands().empty()) {
+            throw CLI::RequiredError("A command");
+        }
     } catch (const CLI::ParseError& error) {
         return app.exit(error, std::cout, std::cerr) == 0 ? EXIT_DONE : EXIT_BAD_USAGE;
     }
