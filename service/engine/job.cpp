@@ -34,11 +34,14 @@ bool HasRandomMinute(const CronJob& record) {
     return false;
 }
 
-/// As the library chooses it.
-std::string AccountOf(const Json::Value& jsDefinition) {
-    const std::string strUser = jsDefinition["user"].asString();
-    const Json::Value& jsPackage = jsDefinition["package_username"];
-    return strUser.find("package") != std::string::npos && jsPackage.isString() ? jsPackage.asString() : strUser;
+bool Contains(const std::string& strText, const char* szWord) {
+    return strText.find(szWord) != std::string::npos;
+}
+
+std::string TextMember(const Json::Value& jsDefinition, const char* szKey) {
+    const Json::Value* const pValue =
+        jsDefinition.isObject() ? jsDefinition.find(szKey, szKey + std::string(szKey).size()) : nullptr;
+    return pValue != nullptr && pValue->isString() ? pValue->asString() : std::string();
 }
 
 } // namespace
@@ -66,6 +69,14 @@ JobId IdFromText(const std::string& strText) {
         id.strName = strText.substr(uPackageEnd + 1);
     }
     return id;
+}
+
+std::string AccountNameOf(const Json::Value& jsDefinition) {
+    const std::string strUser = TextMember(jsDefinition, "user");
+    if (Contains(strUser, "package")) {
+        return TextMember(jsDefinition, "package_username");
+    }
+    return Contains(strUser, "system") || Contains(strUser, "root") ? strUser : std::string();
 }
 
 std::int64_t Job::AssurePeriod() const {
@@ -100,7 +111,7 @@ void TakeDefinition(Job& job, const Json::Value& jsDefinition, const CronJob& re
 void TakeDefinition(Job& job, const Json::Value& jsDefinition, const CronJob& record, std::string strText) {
     job.strDefinition = std::move(strText);
     job.strFields = FieldsToText(record);
-    job.strAccount = AccountOf(jsDefinition);
+    job.strAccount = AccountNameOf(jsDefinition);
     job.iAssureHours = record._iAssureExecute;
     job.bAssureRun = record._iAssureExecuteAction == 1;
     job.bRunOnPassive = record._bRunOnPassive;

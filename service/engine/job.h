@@ -70,6 +70,12 @@ struct Job {
 /// @return an invalid record when the library refuses the definition.
 CronJob BuildRecord(const Job& job);
 
+/// The account that the library would choose for a definition, without its messages: "package_username" where "user"
+/// holds "package", else "user" itself when it holds "system" or "root".
+///
+/// @return the name; empty when there is none.
+std::string AccountNameOf(const Json::Value& jsDefinition);
+
 /// Fills what a job takes from its definition: all but identity, file, values and stamps.
 ///
 /// @param record  valid, built from `jsDefinition`.

@@ -18,16 +18,6 @@ namespace VUKO::VUKOCrond::Service {
 
 namespace {
 
-bool Contains(const std::string& strText, const char* szWord) {
-    return strText.find(szWord) != std::string::npos;
-}
-
-std::string TextMember(const Json::Value& jsDefinition, const char* szKey) {
-    const Json::Value* const pValue =
-        jsDefinition.isObject() ? jsDefinition.find(szKey, szKey + std::string(szKey).size()) : nullptr;
-    return pValue != nullptr && pValue->isString() ? pValue->asString() : std::string();
-}
-
 void FillHomeAndShell(Account& account) {
     constexpr std::size_t LARGEST = std::size_t{1} << 20;
     struct passwd entry = {};
@@ -73,14 +63,6 @@ bool MaySetGroups() {
 }
 
 } // namespace
-
-std::string AccountNameOf(const Json::Value& jsDefinition) {
-    const std::string strUser = TextMember(jsDefinition, "user");
-    if (Contains(strUser, "package")) {
-        return TextMember(jsDefinition, "package_username");
-    }
-    return Contains(strUser, "system") || Contains(strUser, "root") ? strUser : std::string();
-}
 
 std::optional<Account> FindAccount(const std::string& strName) {
     Account account;

@@ -22,12 +22,6 @@ struct Account {
     std::string strShell; ///< the same
 };
 
-/// The account that the library would choose for a definition, without its messages: "package_username" where "user"
-/// holds "package", else "user" itself when it holds "system" or "root".
-///
-/// @return the name; empty when there is none.
-std::string AccountNameOf(const Json::Value& jsDefinition);
-
 /// @return nothing when there is no such account.
 std::optional<Account> FindAccount(const std::string& strName);
 

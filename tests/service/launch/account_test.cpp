@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "service/engine/job.h"
 #include "service/launch/launcher.h"
 
 using namespace VUKO::VUKOCrond::Service;
