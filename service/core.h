@@ -58,7 +58,7 @@ public:
     std::string ChildEnded(pid_t pid);
     /// A launch that is no child of ours may have ended.
     void LookAtAdopted();
-    /// Processes of launches that are no children of ours: to be watched. Told once.
+    /// Processes of launches that are no children of ours, or are none any more: to be watched. Told once.
     std::vector<pid_t> TakeAdopted();
 
     std::optional<std::int64_t> NextDeadlineUsec() const { return _runs.NextDeadlineUsec(); }
@@ -121,6 +121,7 @@ private:
     bool LaunchOne(Planned& planned, std::int64_t iNow);
     void Postpone(const Planned& planned);
     void Finish(Run& run, const RunEnd& end);
+    bool FollowOrphan(Run& run, const RunRecord& record);
     void Forget(Run& run);
     void CountOutcome(const Outcome& outcome);
 

@@ -45,11 +45,26 @@ std::string Core::ChildEnded(pid_t pid) {
     return strJob;
 }
 
+/// A program can kill the child that waits for it, which has its identity by then. That must not get it rid of its time
+/// limit, nor of being known as running.
+bool Core::FollowOrphan(Run& run, const RunRecord& record) {
+    if (run.bEnded || record.eStage != RunStage::Begun || !IsRunning(record.pidProgram, record.uProgramStart)) {
+        return false;
+    }
+    _runs.Begin(run, record.pidProgram, MonotonicUsec());
+    _runs.FollowProgram(run, record.uProgramStart);
+    _vecAdopted.push_back(run.pidChild);
+    return true;
+}
+
 /// The child is gone. What it left in the table tells how far it came: one that had not begun is as if never started,
 /// and is started again by the next life of the service, if it was this one's stopping that ended it.
 void Core::Forget(Run& run) {
     const std::optional<RunRecord> record = _launcher.Table().Find(run.uRun);
     const bool bWaited = record && (record->eStage == RunStage::Waiting || record->eStage == RunStage::Offered);
+    if (record && FollowOrphan(run, *record)) {
+        return;
+    }
     if (bWaited && run.bTermSent && _bStopping && !run.bEnded && _launcher.Table().Revoke(run.uRun)) {
         const JobIndex uJob = _table.IndexOf(run.id);
         if (uJob < _table.Size()) {

@@ -113,7 +113,8 @@ ExitStatus Daemon::Run() {
     }
     Load(true);
     _core.Recover(time(nullptr));
-    WatchAdopted();
+    HandleAdopted();
+    ArmDeadline();
     (void)sd_event_set_watchdog(_event.get(), 1);
     VUKO_LOG_PLAIN(LOG_NOTICE, 3, "vukocrond " VUKO_VERSION " is ready");
     Notify::Ready(StatusText());
@@ -251,6 +252,7 @@ void Daemon::HandleAdopted() {
     _core.LookAtAdopted();
     std::erase_if(_mapAdopted,
                   [this](const auto& adopted) { return _core.Going().FindByChild(adopted.first) == nullptr; });
+    WatchAdopted();
     Settle();
 }
 
@@ -273,6 +275,7 @@ void Daemon::Reap() {
     for (const ReapedChild& child : ReapChildren()) {
         LogEnd(child, _core.ChildEnded(child.pid));
     }
+    WatchAdopted();
     ArmDeadline();
     Settle();
 }
@@ -322,8 +325,6 @@ void Daemon::WatchAdopted() {
             _mapAdopted.insert_or_assign(pid, std::make_pair(std::move(fd), std::move(source)));
         }
     }
-    HandleAdopted();
-    ArmDeadline();
 }
 
 /// The first signal begins the stop; a second one ends it, whatever is still going.

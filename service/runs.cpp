@@ -43,6 +43,14 @@ void Runs::Remove(RunId uRun) {
     _mapRuns.erase(it);
 }
 
+void Runs::FollowProgram(Run& run, std::uint64_t uProgramStart) {
+    _mapChildren.erase(run.pidChild);
+    run.pidChild = run.pidProgram;
+    run.uChildStart = uProgramStart;
+    run.bAdopted = true;
+    _mapChildren[run.pidChild] = run.uRun;
+}
+
 void Runs::NoteEnded(Run& run) {
     if (!run.bEnded) {
         run.bEnded = true;

@@ -43,6 +43,8 @@ public:
     Run* Find(RunId uRun);
     Run* FindByChild(pid_t pid);
     void Remove(RunId uRun);
+    /// The child is gone and its program goes on: from now on that process stands for the launch.
+    void FollowProgram(Run& run, std::uint64_t uProgramStart);
 
     /// Launches whose program has not ended.
     std::size_t Going() const { return _uGoing; }

@@ -51,6 +51,11 @@ Machine::~Machine() {
     g_pMachine = nullptr;
 }
 
+/// In ticks since boot.
+static std::uint64_t ProgramStartOf(const Launch& launch) {
+    return static_cast<std::uint64_t>(launch.iBegunUsec / (USEC / 100));
+}
+
 Launch* Machine::Find(RunId uRun) {
     const auto it = std::find_if(_vecLaunches.rbegin(), _vecLaunches.rend(),
                                  [uRun](const Launch& launch) { return launch.uRun == uRun; });
@@ -81,7 +86,7 @@ void Machine::Proceed() {
             launch.iBegunUsec = MonotonicUsec();
             pSlot->record.eStage = RunStage::Begun;
             pSlot->record.pidProgram = launch.pidProgram;
-            pSlot->record.uProgramStart = static_cast<std::uint64_t>(MonotonicUsec() / (USEC / 100));
+            pSlot->record.uProgramStart = ProgramStartOf(launch);
             Tell({launch.uRun, RunReport::Kind::Begun, launch.pidProgram, {}});
             if (onBegun) {
                 onBegun(launch);
@@ -303,6 +308,9 @@ bool IsRunning(pid_t pid, std::uint64_t uStartTime) {
     for (const sim::Launch& launch : TheMachine().Launches()) {
         if (launch.pidChild == pid && launch.bChildThere &&
             static_cast<std::uint64_t>(launch.iForkedUsec) == uStartTime) {
+            return true;
+        }
+        if (launch.pidProgram == pid && launch.bProgramThere && sim::ProgramStartOf(launch) == uStartTime) {
             return true;
         }
     }

@@ -189,6 +189,24 @@ TEST_F(Core, TellsARunToEndWhenItsTimeIsUpAndKillsItTenSecondsLater) {
     EXPECT_EQ(_life.Core().NextDeadlineUsec(), std::nullopt);
 }
 
+TEST_F(Core, KeepsTrackOfAProgramThatHasKilledTheChildThatWaitsForIt) {
+    StartWith({With(DefinitionOf("a", "1 10 * * *"), "timeout", 90)});
+    _life.RunMinutes(1);
+    _life.Machine().KillChild(Launch("a"));
+    _life.Settle();
+    EXPECT_EQ(_life.Job("a").uRunning, 1U);
+    EXPECT_EQ(_life.Job("a").eLastEnd, EndKind::Open);
+    const pid_t pidGroup = -Launch("a").pidProgram;
+    _life.Pass(90);
+    _life.Core().ExpireTimeouts();
+    EXPECT_EQ(_life.Machine().TakeSignals(), (std::vector<std::pair<pid_t, int>>{{pidGroup, SIGTERM}}));
+    EXPECT_EQ(_log.Take().size(), 1U);
+    _life.Core().LookAtAdopted();
+    EXPECT_EQ(_life.Job("a").uRunning, 0U);
+    EXPECT_EQ(_life.Job("a").eLastEnd, EndKind::Lost);
+    EXPECT_EQ(_life.Machine().SlotsTaken(), 0U);
+}
+
 TEST_F(Core, DoesNotCountTheDelayAsTimeThatARunHasHad) {
     Json::Value jsDefinition = With(DefinitionOf("a", "1 10 * * *"), "timeout", 10);
     StartWith({jsDefinition});

@@ -112,6 +112,7 @@ TEST_F(Recovery, TellsARunThatIsLostFromOneThatEnded) {
     _life.RunMinutes(1);
     _life.Kill();
     _life.Machine().KillChild(Launch("a"));
+    Launch("a").bProgramThere = false;
     _life.Start();
     EXPECT_EQ(_life.Job("a").uRunning, 0U);
     EXPECT_EQ(_life.History("a").front().end.eKind, EndKind::Lost);
