@@ -203,7 +203,8 @@ void Daemon::AfterTick() {
     if (MonotonicUsec() - _iLastScanUsec >= RESCAN_USEC) {
         ScheduleReload(5 * USEC);
     }
-    if (_core.IsWorthSaving() && time(nullptr) - _core.LastSavedAt() >= SAVE_SEC) {
+    const std::int64_t iSinceSaved = time(nullptr) - _core.LastSavedAt();
+    if (_core.IsWorthSaving() && (iSinceSaved >= SAVE_SEC || iSinceSaved < 0)) { // below 0: the clock was set back
         _core.Save();
     }
     Notify::Status(StatusText());
