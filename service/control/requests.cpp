@@ -295,9 +295,13 @@ JobIndex Requests::FindJob(const Asked& asked) const {
     if (uWhole < table.Size() && MaySee(table.At(uWhole), asked.peer)) {
         return uWhole;
     }
+    // An identity is told with its odd characters escaped: whoever asks by what was told means that job.
+    const bool bMayBeTold = strWanted.find("\\x") != std::string::npos;
     std::vector<JobIndex> vecFound;
     for (JobIndex uJob = 0; uJob < table.Size(); ++uJob) {
-        if (table.At(uJob).id.strName == strWanted && MaySee(table.At(uJob), asked.peer)) {
+        const JobId& id = table.At(uJob).id;
+        if ((id.strName == strWanted || (bMayBeTold && ToText(id) == strWanted)) &&
+            MaySee(table.At(uJob), asked.peer)) {
             vecFound.push_back(uJob);
         }
     }
