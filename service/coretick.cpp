@@ -158,7 +158,9 @@ void Core::ApplyPlan(std::vector<Planned>& vecPlanned, const Decision& decision,
                 job.bOverdueReported = false;
             }
         });
-        CountOutcome(planned.outcome);
+        if (planned.outcome.eKind == OutcomeKind::Skipped) {
+            CountOutcome(planned.outcome);
+        }
     }
     const bool bWritten = Transact("the tick", [&] {
         _store.PutClock(_clock);
@@ -273,6 +275,7 @@ bool Core::LaunchOne(Planned& planned, std::int64_t iNow) {
     if (pid < 0) {
         return false;
     }
+    CountOutcome(planned.outcome); // not when it is decided: one that is tried again often is one start
     _table.Modify(planned.uJob, [&](Job& changed) {
         ++changed.uRunning;
         changed.pidRunning = pid;

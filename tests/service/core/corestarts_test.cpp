@@ -62,6 +62,19 @@ TEST_F(Core, TriesAgainAtEachTickWhenNoChildCanBeMade) {
     EXPECT_FALSE(_life.Job("a").IsPending());
 }
 
+TEST_F(Core, CountsAStartThatIsTriedAgainOnceAndOneThatIsGivenUpAsNone) {
+    StartWith({DefinitionOf("a", "1 10 * * *")});
+    _life.Machine().iForksToFail = 3;
+    _life.RunMinutes(4);
+    using Counts = std::map<std::string, std::uint64_t>;
+    EXPECT_EQ(_life.Core().Count().mapStarts, (Counts{{"made-up", 1}}));
+    _life.Machine().iForksToFail = 1;
+    End("a");
+    EXPECT_EQ(_life.Core().RunNow(_life.IndexOf("a"), _life.Reading(), nullptr), SkipReason::ForkFailed);
+    EXPECT_EQ(_life.Core().Count().mapStarts, (Counts{{"made-up", 1}}));
+    EXPECT_EQ(_life.Core().Count().mapSkips, (Counts{{"fork failed", 1}}));
+}
+
 TEST_F(Core, GivesAStartUpOnceWhenItWasTriedOften) {
     StartWith({DefinitionOf("a", "1 10 * * *")});
     _life.Machine().iForksToFail = 1000;
