@@ -6,6 +6,9 @@ namespace VUKO::VUKOCrond::Service {
 
 namespace {
 
+/// Only fields that name the same values again and again take more.
+constexpr std::size_t LIST_TEXT_BYTES_MAX = std::size_t{16} * 1024;
+
 Json::Value OptionalInstant(std::int64_t iEpoch, std::int64_t iNone) {
     return iEpoch == iNone ? Json::Value() : Json::Value(static_cast<Json::Int64>(iEpoch));
 }
@@ -59,6 +62,16 @@ Json::Value JobToJson(const Job& job) {
         jsJob["running"]["count"] = job.uRunning;
         jsJob["running"]["pid"] = job.pidRunning;
         jsJob["running"]["since"] = static_cast<Json::Int64>(job.iRunningSince);
+    }
+    return jsJob;
+}
+
+Json::Value JobToJsonInList(const Job& job) {
+    Json::Value jsJob = JobToJson(job);
+    for (const char* const szMember : {"fields", "schedule", "words"}) {
+        if (jsJob[szMember].asString().size() > LIST_TEXT_BYTES_MAX) {
+            jsJob[szMember] = Json::Value();
+        }
     }
     return jsJob;
 }

@@ -7,8 +7,10 @@
 
 namespace VUKO::VUKOCrond::Service {
 
-/// A job as the control socket shows it in a list.
+/// A job as the control socket shows it.
 Json::Value JobToJson(const Job& job);
+/// The same without texts that are too long for a list: each job has room in a page, so that none hides those behind.
+Json::Value JobToJsonInList(const Job& job);
 /// The same with its definition.
 Json::Value JobToJsonWhole(const Job& job);
 /// An entry of the ledger.

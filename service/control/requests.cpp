@@ -148,7 +148,7 @@ Json::Value Page(const Items& items, Json::ArrayIndex uFrom, Json::ArrayIndex uL
 
 Json::Value Requests::List(const Asked& asked) {
     return Page(_core.Jobs().Jobs(), Number(asked, "from", 0), Number(asked, "limit", PAGE_MAX),
-                [&](const Job& job) { return MaySee(job, asked.peer) ? JobToJson(job) : Json::Value(); });
+                [&](const Job& job) { return MaySee(job, asked.peer) ? JobToJsonInList(job) : Json::Value(); });
 }
 
 Json::Value Requests::Show(const Asked& asked) {
@@ -192,8 +192,6 @@ Json::Value Requests::Run(const Asked& asked) {
             reply.Send(jsResult);
         };
     }
-    VUKO_LOG_PLAIN(LOG_NOTICE, 1, "job %s is started on request of uid %u", strJob.c_str(),
-                   static_cast<unsigned>(asked.peer.uid));
     const SkipReason eReason = _core.RunNow(uJob, *reading, std::move(onEnd));
     if (eReason != SkipReason::None) {
         std::string strMessage = std::string("not started: ") + ToText(eReason);
@@ -206,6 +204,8 @@ Json::Value Requests::Run(const Asked& asked) {
         }
         throw ControlError(CODE_REFUSED, strMessage);
     }
+    VUKO_LOG_PLAIN(LOG_NOTICE, 1, "job %s is started on request of uid %u", strJob.c_str(),
+                   static_cast<unsigned>(asked.peer.uid));
     Json::Value jsResult(Json::objectValue);
     jsResult["job"] = strJob;
     jsResult["run"] = static_cast<Json::UInt64>(_core.Jobs().At(uJob).uLastRun);
@@ -249,24 +249,26 @@ Json::Value Requests::Role(const Asked& asked) {
 }
 
 Json::Value Requests::Template(const Asked& asked) {
-    std::string strReason;
-    const bool bChanges = asked.jsRequest.isMember("reroll") || asked.jsRequest.isMember("maxDelay");
-    if (asked.jsRequest.isMember("reroll")) {
+    const Json::Value& jsDelay = asked.jsRequest["maxDelay"];
+    const bool bSetsDelay = asked.jsRequest.isMember("maxDelay");
+    const bool bRerolls = asked.jsRequest.isMember("reroll");
+    if (bSetsDelay || bRerolls) {
         RequireRoot(asked);
+    }
+    if (bSetsDelay && (!jsDelay.isInt() || jsDelay.asInt() < 0)) {
+        throw ControlError(Protocol::CODE_BAD_REQUEST, "\"maxDelay\": expected a number of seconds");
+    }
+    std::string strReason;
+    if (bRerolls) {
         strReason = _core.Template().Reroll();
     }
-    if (asked.jsRequest.isMember("maxDelay")) {
-        RequireRoot(asked);
-        const Json::Value& jsDelay = asked.jsRequest["maxDelay"];
-        if (!jsDelay.isInt() || jsDelay.asInt() < 0) {
-            throw ControlError(Protocol::CODE_BAD_REQUEST, "\"maxDelay\": expected a number of seconds");
-        }
+    if (bSetsDelay) {
         strReason = _core.Template().SetMaxDelay(jsDelay.asInt());
     }
     if (!strReason.empty()) {
         throw ControlError(CODE_FAILED, strReason);
     }
-    if (bChanges) {
+    if (bSetsDelay || bRerolls) {
         _core.Save();
     }
     Json::Value jsResult(Json::objectValue);

@@ -67,6 +67,7 @@ JobId IdFromText(const std::string& strText) {
     } else {
         id.strPackage = strText.substr(uFolderEnd + 1, uPackageEnd - uFolderEnd - 1);
         id.strName = strText.substr(uPackageEnd + 1);
+        return id.strPackage.empty() ? JobId() : id; // else it would be the job of that name without a package
     }
     return id;
 }
