@@ -81,10 +81,8 @@ void Core::StoreLoaded(const LoadResult& result) {
     if (result.vecToStore.empty() && result.vecGone.empty()) {
         return;
     }
+    _setUnstored.insert(result.vecToStore.begin(), result.vecToStore.end());
     Transact("loading", [&] {
-        for (const JobId& id : result.vecToStore) {
-            PutJob(_table.IndexOf(id));
-        }
         for (const StoredJob& stored : result.vecGone) {
             if (stored.iKey != 0) { // else the store has never heard of it
                 _store.PutJob(stored);
@@ -158,8 +156,14 @@ bool Core::Transact(const char* szWhat, const std::function<void()>& change) {
         for (const StoredRun& unwritten : _vecUnwritten) {
             _store.UpdateRun(unwritten.iJobKey, unwritten.outcome);
         }
+        for (const JobId& id : _setUnstored) {
+            if (const JobIndex uJob = _table.IndexOf(id); uJob < _table.Size()) {
+                PutJob(uJob);
+            }
+        }
         change();
         _store.Commit();
+        _setUnstored.clear();
         for (const StoredRun& written : std::exchange(_vecUnwritten, {})) {
             if (_runs.Find(written.outcome.uRun) == nullptr) {
                 _launcher.Table().Release(written.outcome.uRun);
@@ -224,19 +228,23 @@ void Core::PrepareSleep() {
 }
 
 void Core::SaveNow() {
-    if (const std::string strReason = _template.Save(); !strReason.empty()) {
+    std::string strReason = _template.Save();
+    if (!strReason.empty() && strReason != _strUnsaved) { // it is tried each minute, and told once
         VUKO_LOG_PLAIN(LOG_ERR, 4, "%s", strReason.c_str());
     }
-    if (!_bWorthSaving) {
-        return;
+    if (_bWorthSaving) {
+        try {
+            _store.Persist();
+            _bWorthSaving = false;
+            _iLastSaved = time(nullptr);
+        } catch (const StateError& error) {
+            if (strReason.empty() && _strUnsaved != error.what()) {
+                VUKO_LOG_PLAIN(LOG_ERR, 5, "the state cannot be saved: %s", Escaped(error.what()).c_str());
+            }
+            strReason = strReason.empty() ? error.what() : strReason;
+        }
     }
-    try {
-        _store.Persist();
-        _bWorthSaving = false;
-        _iLastSaved = time(nullptr);
-    } catch (const StateError& error) {
-        VUKO_LOG_PLAIN(LOG_ERR, 5, "the state cannot be saved: %s", Escaped(error.what()).c_str());
-    }
+    _strUnsaved = std::move(strReason);
 }
 
 void Core::NoteSleep() {
@@ -248,8 +256,29 @@ void Core::NoteSleep() {
 
 void Core::RerollJob(JobIndex uJob) {
     _table.SetSchedule(uJob, Rerolled(_table.At(uJob)));
-    Transact("the new values", [&] { PutJob(uJob); });
+    _setUnstored.insert(_table.At(uJob).id);
+    Transact("the new values", [] {});
     _bWorthSaving = true;
+}
+
+/// How its last run ended is in the ledger when the service has been started since.
+const Job& Core::Recalled(JobIndex uJob) {
+    const Job& job = _table.At(uJob);
+    if (job.uLastRun == 0 && job.iLastExecution != Job::NEVER && job.iKey != 0) {
+        for (const Outcome& outcome : _store.History(job.iKey, StateStore::LEDGER_DEPTH)) {
+            if (outcome.uRun != 0 && outcome.eKind != OutcomeKind::Skipped) {
+                _table.Modify(uJob, [&](Job& changed) {
+                    changed.uLastRun = outcome.uRun;
+                    changed.eLastEnd = outcome.end.eKind;
+                    changed.iLastCode = outcome.end.iCode;
+                    changed.iLastEndUsec = outcome.end.iEndedUsec;
+                    changed.iLastDurationUsec = outcome.end.iDurationUsec;
+                });
+                break;
+            }
+        }
+    }
+    return job;
 }
 
 void Core::CountOutcome(const Outcome& outcome) {

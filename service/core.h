@@ -6,6 +6,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -87,6 +88,8 @@ public:
     const std::vector<Refusal>& Refusals() const { return _vecRefusals; }
     const Counters& Count() const { return _counters; }
     Runs& Going() { return _runs; }
+    /// A job, with what its ledger tells of its last run. @throws StateError
+    const Job& Recalled(JobIndex uJob);
     std::vector<Outcome> History(std::int64_t iKey, std::size_t uMax) { return _store.History(iKey, uMax); }
     const StoredClock& Clock() const { return _clock; }
     const Settings& Set() const { return _settings; }
@@ -136,6 +139,8 @@ private:
     StoredState _recovered; ///< what was found at the start, until Recover() has taken it up
     Runs _runs;
     std::vector<StoredRun> _vecUnwritten; ///< what became of launches, until the store has it
+    std::set<JobId> _setUnstored;         ///< jobs of which something has changed that the store does not have yet
+    std::string _strUnsaved;              ///< why saving failed last; empty: it did not
     std::vector<JobIndex> _vecKeyed;      ///< jobs that the store first heard of in this transaction
     std::vector<Refusal> _vecRefusals;
     std::vector<pid_t> _vecAdopted;

@@ -261,12 +261,12 @@ void Core::Postpone(const Planned& planned) {
 /// @return false when no child could be made.
 bool Core::LaunchOne(Planned& planned, std::int64_t iNow) {
     const Job& job = _table.At(planned.uJob);
-    TellOfStaging();
-    CronJob record = BuildRecord(job);
-    const LaunchOrder order{planned.outcome.uRun, ToText(job.id), planned.account, planned.outcome.iDelaySec,
-                            planned.outcome.strLabel};
     pid_t pid = -1;
-    try {
+    try { // whatever goes wrong with one is not to keep the others from their start
+        TellOfStaging();
+        CronJob record = BuildRecord(job);
+        const LaunchOrder order{planned.outcome.uRun, ToText(job.id), planned.account, planned.outcome.iDelaySec,
+                                planned.outcome.strLabel};
         pid = record._bValid ? _launcher.Start(record, order) : -1;
     } catch (const std::exception& exception) {
         VUKO_LOG_PLAIN(LOG_ERR, 7, "job %s cannot be started: %s", ToText(job.id).c_str(),
@@ -298,6 +298,7 @@ bool Core::LaunchOne(Planned& planned, std::int64_t iNow) {
 
 SkipReason Core::RunNow(JobIndex uJob, const ClockReading& reading, std::function<void(const RunEnd&)> onEnd) {
     TickInput input;
+    input.bPassive = _role.RoleAt(RealtimeUsec()) == Role::Passive;
     input.bStopping = _bStopping || _bDraining;
     Job allowed = _table.At(uJob);
     allowed.bEnabled = true; // whoever asks for it means it

@@ -165,7 +165,10 @@ void Loader::TakeDefinition(Definition& definition) {
         _mapTaken.erase(itFirst);
         return;
     }
-    ++(pFormer == nullptr || pFormer->bInvalid ? _result.report.uNew : _result.report.uChanged);
+    const bool bWasThere = pFormer == nullptr && itKnown != _mapKnown.end() && itKnown->second.iGoneSince == 0;
+    ++(bWasThere                                 ? _result.report.uKept // in a former life of the service
+       : pFormer == nullptr || pFormer->bInvalid ? _result.report.uNew
+                                                 : _result.report.uChanged);
     _result.vecToStore.push_back(job.id);
     _result.vecJobs.push_back(std::move(job));
 }

@@ -131,7 +131,7 @@ Json::Value Page(const Items& items, Json::ArrayIndex uFrom, Json::ArrayIndex uL
     Json::Value& jsItems = jsResult["items"] = Json::Value(Json::arrayValue);
     std::size_t uBytes = 0;
     std::size_t uItem = uFrom;
-    for (; uItem < items.size() && jsItems.size() < std::min(uLimit, PAGE_MAX); ++uItem) {
+    for (; uItem < items.size() && jsItems.size() < std::clamp(uLimit, 1U, PAGE_MAX); ++uItem) {
         Json::Value jsItem = toJson(items[uItem]);
         if (jsItem.isNull()) {
             continue;
@@ -147,12 +147,15 @@ Json::Value Page(const Items& items, Json::ArrayIndex uFrom, Json::ArrayIndex uL
 }
 
 Json::Value Requests::List(const Asked& asked) {
-    return Page(_core.Jobs().Jobs(), Number(asked, "from", 0), Number(asked, "limit", PAGE_MAX),
-                [&](const Job& job) { return MaySee(job, asked.peer) ? JobToJsonInList(job) : Json::Value(); });
+    const std::vector<Job>& vecJobs = _core.Jobs().Jobs();
+    return Page(vecJobs, Number(asked, "from", 0), Number(asked, "limit", PAGE_MAX), [&](const Job& job) {
+        const auto uJob = static_cast<JobIndex>(&job - vecJobs.data());
+        return MaySee(job, asked.peer) ? JobToJsonInList(_core.Recalled(uJob)) : Json::Value();
+    });
 }
 
 Json::Value Requests::Show(const Asked& asked) {
-    return JobToJsonWhole(_core.Jobs().At(FindJob(asked)));
+    return JobToJsonWhole(_core.Recalled(FindJob(asked)));
 }
 
 Json::Value Requests::History(const Asked& asked) {
