@@ -3,8 +3,8 @@
 #include <systemd/sd-daemon.h>
 
 #include <cinttypes>
-#include <ctime>
 
+#include "service/clocks.h"
 #include "service/logtext.h"
 
 namespace VUKO::VUKOCrond::Service::Notify {
@@ -24,11 +24,7 @@ void Ready(const std::string& strStatus) {
 
 /// The stamp tells the service manager this reloading from one that it knows of.
 void Reloading() {
-    timespec tsNow = {};
-    clock_gettime(CLOCK_MONOTONIC, &tsNow);
-    const auto uUsec =
-        static_cast<std::uint64_t>(tsNow.tv_sec) * 1000000 + static_cast<std::uint64_t>(tsNow.tv_nsec) / 1000;
-    sd_notifyf(0, "RELOADING=1\nMONOTONIC_USEC=%" PRIu64, uUsec);
+    sd_notifyf(0, "RELOADING=1\nMONOTONIC_USEC=%" PRId64, MonotonicUsec());
 }
 
 void Stopping() {
@@ -37,15 +33,6 @@ void Stopping() {
 
 void Status(const std::string& strStatus) {
     sd_notify(0, StatusLine(strStatus).c_str());
-}
-
-void Watchdog() {
-    sd_notify(0, "WATCHDOG=1");
-}
-
-std::uint64_t WatchdogIntervalUsec() {
-    std::uint64_t uUsec = 0;
-    return sd_watchdog_enabled(0, &uUsec) > 0 ? uUsec / 2 : 0;
 }
 
 } // namespace VUKO::VUKOCrond::Service::Notify

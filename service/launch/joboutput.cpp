@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <stdexcept>
@@ -33,17 +34,34 @@ constexpr std::size_t CHUNK = std::size_t{64} << 10;
 constexpr std::size_t LONGEST_NAME = 200;
 
 /// The identifier as the name of a file in a folder of ours: it can neither leave that nor hide there.
+/// Tells identities apart that look alike once they are fit for a file name (FNV-1a).
+std::string MarkOf(const std::string& strIdentifier) {
+    std::uint64_t uHash = 14695981039346656037U;
+    for (const char c : strIdentifier) {
+        uHash = (uHash ^ static_cast<unsigned char>(c)) * 1099511628211U;
+    }
+    char szMark[32];
+    std::snprintf(szMark, sizeof(szMark), "-%08x", static_cast<unsigned>(uHash ^ (uHash >> 32)));
+    return szMark;
+}
+
+/// The identity with "_" for each "/", which is all that most need; else with a mark, so that no two share a file.
 std::string FileNameOf(const std::string& strIdentifier) {
+    const std::size_t uFolderEnd = std::min(strIdentifier.find('/'), strIdentifier.size());
+    bool bAlone = strIdentifier.size() <= LONGEST_NAME;
     std::string strName = strIdentifier.substr(0, LONGEST_NAME);
-    for (char& c : strName) {
+    for (std::size_t u = 0; u < strName.size(); ++u) {
+        char& c = strName[u];
         const bool bPlain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
                             c == '_' || c == '.' || c == '+' || c == '@';
+        bAlone = bAlone && (c == '/' || bPlain) && (c != '_' || u < uFolderEnd); // folder keys are ours
         c = bPlain ? c : '_';
     }
     if (strName.empty() || strName[0] == '.') {
         strName.insert(0, 1, '_');
+        bAlone = false;
     }
-    return strName + ".log";
+    return strName + (bAlone ? "" : MarkOf(strIdentifier)) + ".log";
 }
 
 bool IsOurs(const struct stat& stFile) {

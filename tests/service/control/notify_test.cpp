@@ -53,8 +53,6 @@ TEST_F(NotifyTest, TellsTheStatesOfTheService) {
     EXPECT_EQ(Told(), "STOPPING=1");
     Notify::Status("passive");
     EXPECT_EQ(Told(), "STATUS=passive");
-    Notify::Watchdog();
-    EXPECT_EQ(Told(), "WATCHDOG=1");
     Notify::Reloading();
     EXPECT_TRUE(std::regex_match(Told(), std::regex("RELOADING=1\nMONOTONIC_USEC=[0-9]+")));
 }
@@ -68,17 +66,4 @@ TEST_F(NotifyTest, SaysNothingWhereNobodyListens) {
     unsetenv("NOTIFY_SOCKET");
     Notify::Ready("7 jobs");
     EXPECT_EQ(Told(), "");
-}
-
-TEST_F(NotifyTest, KnowsHowOftenASignOfLifeIsWanted) {
-    EXPECT_EQ(Notify::WatchdogIntervalUsec(), 0u);
-    setenv("WATCHDOG_USEC", "60000000", 1);
-    EXPECT_EQ(Notify::WatchdogIntervalUsec(), 30000000u);
-    setenv("WATCHDOG_PID", std::to_string(getpid()).c_str(), 1);
-    EXPECT_EQ(Notify::WatchdogIntervalUsec(), 30000000u);
-    setenv("WATCHDOG_PID", "1", 1);
-    EXPECT_EQ(Notify::WatchdogIntervalUsec(), 0u) << "it is another process that is watched";
-    setenv("WATCHDOG_PID", std::to_string(getpid()).c_str(), 1);
-    setenv("WATCHDOG_USEC", "nonsense", 1);
-    EXPECT_EQ(Notify::WatchdogIntervalUsec(), 0u);
 }

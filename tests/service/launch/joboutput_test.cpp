@@ -2,6 +2,9 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <filesystem>
+#include <iterator>
+#include <string>
 
 #include "tests/service/launch/launches.h"
 
@@ -11,7 +14,19 @@ using launch_test::Texts;
 
 namespace {
 
-class LaunchedOutput : public launch_test::Launches {};
+class LaunchedOutput : public launch_test::Launches {
+protected:
+    /// What tells the one output file of such a beginning from others alike.
+    std::string MarkIn(const std::string& strBeginning) const {
+        for (const auto& file : std::filesystem::directory_iterator(_site / "output")) {
+            const std::string strStem = file.path().stem().string();
+            if (strStem.starts_with(strBeginning)) {
+                return strStem.substr(strBeginning.size());
+            }
+        }
+        return std::string();
+    }
+};
 
 TEST_F(LaunchedOutput, IsKeptInAFileThatIsBounded) {
     _site.StartShell(1, "echo out; echo err >&2");
@@ -38,7 +53,21 @@ TEST_F(LaunchedOutput, DoesNotLeaveItsFolder) {
     order.strIdentifier = "../a/b c\n";
     _site.TheLauncher().Start(job, order);
     support::WaitFor(-1);
-    EXPECT_EQ(_site.Output("_.._a_b_c_"), "text\n");
+    EXPECT_EQ(_site.Output("_.._a_b_c_-" + MarkIn("_.._a_b_c_-")), "text\n");
+}
+
+TEST_F(LaunchedOutput, IsSharedByNoTwoIdentities) {
+    CronJob job = launch_test::JobOf({"/bin/echo", "text"});
+    RunId uRun = 0;
+    for (const char* const szIdentity : {"pkg_nonroot/a_b/c", "pkg_nonroot/a/b_c", "pkg/a b", "pkg/a_b", "pkg/a-b"}) {
+        LaunchOrder order = _site.Order(++uRun);
+        order.strIdentifier = szIdentity;
+        _site.TheLauncher().Start(job, order);
+        support::WaitFor(-1);
+    }
+    const std::filesystem::directory_iterator files(_site / "output");
+    EXPECT_EQ(std::distance(begin(files), end(files)), 5);
+    EXPECT_EQ(_site.Output("pkg_a-b"), "text\n"); // what cannot be mistaken keeps a plain name
 }
 
 TEST_F(LaunchedOutput, IsDroppedRatherThanWrittenThroughALink) {
