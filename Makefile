@@ -13,12 +13,13 @@ all:
 demo: all
 	demo/run build/release/bin
 
-# One after the other, and the plain build last: its summary is the one to read.
-test: test-fuzz test-asan test-dev
+# Every test once: with the sanitizers where they can look on, and in a plain build where they cannot (systemd, valgrind,
+# libfaketime, the installed tree). "make test-dev" runs all of them in a plain build.
+test: test-fuzz test-asan test-plain
 
 test-fuzz: DEPS = fuzz
 
-test-dev test-asan test-tsan test-clang test-fuzz: test-%:
+test-plain test-dev test-asan test-tsan test-clang test-fuzz: test-%:
 	@tools/install-deps.sh build test $(DEPS)
 	cmake --preset $*
 	cmake --build --preset $*
