@@ -6,10 +6,12 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <csignal>
 
@@ -31,6 +33,17 @@ void SetDisposition(int iSignal, void (*handler)(int)) {
     struct sigaction action = {};
     action.sa_handler = handler;
     sigaction(iSignal, &action, nullptr); // fails for those that cannot be changed
+}
+
+/// The C library keeps two signals to itself and lets nobody touch them; a starter of the service may have ignored them
+/// all the same, and the job would go on with that.
+void SetInternalSignalsToDefault() {
+    constexpr std::size_t KERNEL_SET_SIZE = 8;
+    constexpr int FIRST_INTERNAL = 32;
+    const std::array<unsigned long, 8> aDefault = {}; // the kernel's own structure: no handler, no flags, no mask
+    for (int iSignal = FIRST_INTERNAL; iSignal < SIGRTMIN; ++iSignal) {
+        syscall(SYS_rt_sigaction, iSignal, aDefault.data(), nullptr, KERNEL_SET_SIZE);
+    }
 }
 
 std::int64_t ToUsec(const timespec& ts) {
@@ -80,6 +93,7 @@ void LaunchChild::LeaveTheServiceBehind() const {
     for (int iSignal = 1; iSignal < NSIG; ++iSignal) {
         SetDisposition(iSignal, SIG_DFL);
     }
+    SetInternalSignalsToDefault();
     sigset_t setNone;
     sigemptyset(&setNone);
     sigprocmask(SIG_SETMASK, &setNone, nullptr);
