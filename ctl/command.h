@@ -33,7 +33,7 @@ void AddWhy(CLI::App& app, Common& common);
 void AddHistory(CLI::App& app, Common& common);
 void AddRun(CLI::App& app, Common& common);
 /// reload, reroll, role, template, drain: one request each.
-void AddSteering(CLI::App& app, Common& common);
+void AddOneRequestCommands(CLI::App& app, Common& common);
 
 /// Prints one JSON document.
 void PrintJson(const Json::Value& jsValue);

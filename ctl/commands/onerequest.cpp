@@ -71,7 +71,7 @@ ExitStatus Drain(const Common& common, bool bOff) {
 
 } // namespace
 
-void AddSteering(CLI::App& app, Common& common) {
+void AddOneRequestCommands(CLI::App& app, Common& common) {
     AddCommand(app, common, "reload", "Read the definitions again", [&common] { return Reload(common); });
 
     const auto strJob = std::make_shared<std::string>();
