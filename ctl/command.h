@@ -15,6 +15,7 @@ namespace VUKO::VUKOCrond::Ctl {
 struct Common {
     std::string strRoot; ///< canonical; empty: none
     bool bJson = false;
+    bool bNoPager = false;
     std::function<ExitStatus()> run; ///< what the command that was chosen does
 };
 

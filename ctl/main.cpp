@@ -2,6 +2,7 @@
 #include <iostream>
 
 #include "ctl/command.h"
+#include "ctl/text.h"
 
 namespace {
 
@@ -26,6 +27,8 @@ ExitStatus Work(int iCount, char** aArguments) {
     app.add_option("--root", common.strRoot, "All folders and files lie below DIR")
         ->type_name("DIR")
         ->check(CLI::Validator(CLI::ExistingDirectory).description(""));
+    app.add_flag("--json", common.bJson, "Print one JSON document; may stand behind the command, too");
+    app.add_flag("--no-pager", common.bNoPager, "Let nothing go through a pager");
     app.require_subcommand(0, 1); // what is no command is told by its name then
     app.fallthrough();
     for (const auto add : {AddNext, AddSimulate, AddCheck, AddExplain, AddStatus, AddList, AddShow, AddHistory, AddWhy,
@@ -54,10 +57,10 @@ int main(int iCount, char** aArguments) {
     try {
         eStatus = Work(iCount, aArguments);
     } catch (const ToolError& error) {
-        std::cerr << "vukocronctl: " << error.what() << "\n";
+        std::cerr << "vukocronctl: " << ReadableLines(error.what()) << "\n";
         eStatus = error.Status();
     } catch (const std::exception& exception) {
-        std::cerr << "vukocronctl: " << exception.what() << "\n";
+        std::cerr << "vukocronctl: " << ReadableLines(exception.what()) << "\n";
         eStatus = EXIT_WRONG;
     }
     std::cout.flush();

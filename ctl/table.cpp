@@ -1,62 +1,96 @@
 #include "ctl/table.h"
 
-#include <sys/ioctl.h>
-#include <unistd.h>
-
 #include <algorithm>
+#include <numeric>
 #include <ostream>
+
+#include "ctl/text.h"
 
 namespace VUKO::VUKOCrond::Ctl {
 
 namespace {
 
-/// Bytes that begin a character, so that letters beyond ASCII count once.
-bool BeginsCharacter(char c) {
-    return (static_cast<unsigned char>(c) & 0xc0U) != 0x80U;
+constexpr std::size_t GAP = 2;
+/// What is left of a column that is kept where the others have given all they have.
+constexpr std::size_t SHORTEST = 4;
+
+std::size_t Sum(const std::vector<std::size_t>& vecWidths) {
+    return std::accumulate(vecWidths.begin(), vecWidths.end(), GAP * (vecWidths.size() - 1));
 }
 
-std::size_t Width(const std::string& strText) {
-    return static_cast<std::size_t>(std::count_if(strText.begin(), strText.end(), BeginsCharacter));
-}
-
-std::string Cut(const std::string& strLine, std::size_t uWidth) {
-    if (uWidth < 4 || Width(strLine) <= uWidth) {
-        return strLine;
+/// Takes from the widest columns, down to what each has to keep, until all fit.
+void Narrow(std::vector<std::size_t>& vecWidths, const std::vector<std::size_t>& vecLeast, std::size_t uWidth) {
+    while (Sum(vecWidths) > uWidth) {
+        std::size_t uWidest = vecWidths.size();
+        for (std::size_t u = 0; u < vecWidths.size(); ++u) {
+            if (vecWidths[u] > vecLeast[u] && (uWidest == vecWidths.size() || vecWidths[u] >= vecWidths[uWidest])) {
+                uWidest = u;
+            }
+        }
+        if (uWidest == vecWidths.size()) {
+            return;
+        }
+        --vecWidths[uWidest];
     }
-    std::size_t uCharacters = 0;
-    const auto itEnd = std::find_if(strLine.begin(), strLine.end(), [&](char c) {
-        uCharacters += BeginsCharacter(c) ? 1 : 0;
-        return uCharacters > uWidth - 3;
-    });
-    return std::string(strLine.begin(), itEnd) + "...";
+}
+
+std::string Filled(const Cell& cell, std::size_t uWidth, Align eAlign, bool bLast) {
+    const std::string strCut = CutTo(cell.strText, uWidth);
+    const std::string strBlanks(uWidth - WidthOf(strCut), ' ');
+    const std::string strText = Styled(cell.eStyle, strCut);
+    return eAlign == Align::Right ? strBlanks + strText : bLast ? strText : strText + strBlanks;
 }
 
 } // namespace
 
-void Table::Print(std::ostream& out) const {
-    std::vector<std::size_t> vecWidths;
-    for (const std::vector<std::string>& vecRow : _vecRows) {
-        vecWidths.resize(std::max(vecWidths.size(), vecRow.size()));
-        for (std::size_t u = 0; u < vecRow.size(); ++u) {
-            vecWidths[u] = std::max(vecWidths[u], Width(vecRow[u]));
-        }
+void Table::Add(std::vector<Cell> vecRow) {
+    for (Cell& cell : vecRow) {
+        cell.strText = Readable(cell.strText);
     }
-    const std::size_t uTerminal = TerminalWidth();
-    for (const std::vector<std::string>& vecRow : _vecRows) {
-        std::string strLine;
-        for (std::size_t u = 0; u < vecRow.size(); ++u) {
-            strLine += vecRow[u];
-            if (u + 1 < vecRow.size()) {
-                strLine.append(vecWidths[u] - Width(vecRow[u]) + 2, ' ');
-            }
-        }
-        out << (uTerminal != 0 ? Cut(strLine, uTerminal) : strLine) << "\n";
-    }
+    _vecRows.push_back(std::move(vecRow));
 }
 
-std::size_t TerminalWidth() {
-    winsize size = {};
-    return isatty(STDOUT_FILENO) != 0 && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+std::vector<std::size_t> Table::Widths() const {
+    std::vector<std::size_t> vecWidths;
+    for (const Column& column : _vecColumns) {
+        vecWidths.push_back(WidthOf(column.strTitle));
+    }
+    for (const std::vector<Cell>& vecRow : _vecRows) {
+        for (std::size_t u = 0; u < vecRow.size() && u < vecWidths.size(); ++u) {
+            vecWidths[u] = std::max(vecWidths[u], WidthOf(vecRow[u].strText));
+        }
+    }
+    if (TerminalWidth() == 0) {
+        return vecWidths;
+    }
+    std::vector<std::size_t> vecLeast;
+    for (std::size_t u = 0; u < vecWidths.size(); ++u) {
+        vecLeast.push_back(_vecColumns[u].uLeast == Column::KEPT ? vecWidths[u] : _vecColumns[u].uLeast);
+    }
+    Narrow(vecWidths, vecLeast, TerminalWidth());
+    Narrow(vecWidths, std::vector<std::size_t>(vecWidths.size(), SHORTEST), TerminalWidth());
+    Narrow(vecWidths, std::vector<std::size_t>(vecWidths.size(), 0), TerminalWidth());
+    return vecWidths;
+}
+
+void Table::Print(std::ostream& out) const {
+    const std::vector<std::size_t> vecWidths = Widths();
+    const auto print = [&](const std::vector<Cell>& vecRow) {
+        for (std::size_t u = 0; u < vecRow.size() && u < vecWidths.size(); ++u) {
+            const bool bLast = u + 1 == vecRow.size();
+            out << Filled(vecRow[u], vecWidths[u], _vecColumns[u].eAlign, bLast)
+                << (bLast ? "" : std::string(GAP, ' '));
+        }
+        out << "\n";
+    };
+    std::vector<Cell> vecTitles;
+    for (const Column& column : _vecColumns) {
+        vecTitles.emplace_back(Style::Strong, column.strTitle);
+    }
+    if (std::any_of(vecTitles.begin(), vecTitles.end(), [](const Cell& cell) { return !cell.strText.empty(); })) {
+        print(vecTitles);
+    }
+    std::for_each(_vecRows.begin(), _vecRows.end(), print);
 }
 
 } // namespace VUKO::VUKOCrond::Ctl

@@ -3,6 +3,7 @@
 
 #include "ctl/client.h"
 #include "ctl/command.h"
+#include "ctl/pager.h"
 #include "ctl/table.h"
 #include "ctl/words.h"
 #include "ctl/zone.h"
@@ -53,6 +54,7 @@ ExitStatus Run(const std::string& strJob, const Common& common) {
     if (common.bJson) {
         PrintJson(jsResult);
     } else {
+        const Pager pager(common);
         table.Print(std::cout);
     }
     return EXIT_DONE;

@@ -4,6 +4,7 @@
 #include "ctl/client.h"
 #include "ctl/command.h"
 #include "ctl/nextstarts.h"
+#include "ctl/pager.h"
 #include "ctl/table.h"
 #include "ctl/words.h"
 #include "ctl/zone.h"
@@ -53,6 +54,7 @@ ExitStatus Run(const Common& common) {
         jsResult["jobs"] = jsJobs;
         PrintJson(jsResult);
     } else {
+        const Pager pager(common);
         table.Print(std::cout);
         std::cout << "\n" << jsJobs.size() << (jsJobs.size() == 1 ? " job" : " jobs") << " listed.\n";
     }

@@ -6,6 +6,7 @@
 #include "ctl/command.h"
 #include "ctl/jobs.h"
 #include "ctl/nextstarts.h"
+#include "ctl/pager.h"
 #include "ctl/table.h"
 #include "ctl/zone.h"
 
@@ -72,6 +73,7 @@ ExitStatus Run(const Asked& asked, const Common& common) {
     if (common.bJson) {
         PrintJson(jsResult);
     } else {
+        const Pager pager(common);
         table.Print(std::cout);
     }
     return EXIT_DONE;

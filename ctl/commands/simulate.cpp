@@ -7,6 +7,7 @@
 #include "ctl/command.h"
 #include "ctl/events.h"
 #include "ctl/jobs.h"
+#include "ctl/pager.h"
 #include "ctl/table.h"
 #include "ctl/zone.h"
 
@@ -73,7 +74,7 @@ public:
     }
 
     void Print(std::ostream& out) const {
-        std::multimap<std::int64_t, std::vector<std::string>> mapRows;
+        std::multimap<std::int64_t, std::vector<Cell>> mapRows;
         for (const Json::Value& jsStart : _jsStarts) {
             mapRows.insert({jsStart["epoch"].asInt64(),
                             {jsStart["local"].asString(), jsStart["job"].asString(), jsStart["reason"].asString(),
@@ -143,6 +144,7 @@ ExitStatus Run(const Asked& asked, const Common& common) {
     if (common.bJson) {
         PrintJson(record.ToJson(ZoneName(asked.strZone), asked.ePolicy));
     } else {
+        const Pager pager(common);
         record.Print(std::cout);
     }
     return EXIT_DONE;

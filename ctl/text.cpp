@@ -1,0 +1,116 @@
+#include "ctl/text.h"
+
+#include <langinfo.h>
+
+#include <algorithm>
+#include <clocale>
+#include <cwchar>
+
+#include "service/logtext.h"
+
+namespace VUKO::VUKOCrond::Ctl {
+
+namespace {
+
+/// The locale of whoever looks, for what the terminal can show; and one that knows characters whatever LANG says, as
+/// names are UTF-8 everywhere. The tool itself stays in "C": what it prints for programs must not depend on a locale.
+bool IsLocaleUtf8() {
+    const locale_t locale = newlocale(LC_CTYPE_MASK, "", static_cast<locale_t>(nullptr));
+    if (locale == static_cast<locale_t>(nullptr)) {
+        return false;
+    }
+    const bool bUtf8 = std::string("UTF-8") == nl_langinfo_l(CODESET, locale);
+    freelocale(locale);
+    return bUtf8;
+}
+
+locale_t CharacterLocale() {
+    static const locale_t LOCALE = newlocale(LC_CTYPE_MASK, "C.UTF-8", static_cast<locale_t>(nullptr));
+    return LOCALE;
+}
+
+bool IsContinuation(char c) {
+    return (static_cast<unsigned char>(c) & 0xc0U) == 0x80U;
+}
+
+/// The bytes of the character that begins there.
+std::size_t LengthAt(const std::string& strText, std::size_t uAt) {
+    std::size_t uLength = 1;
+    while (uAt + uLength < strText.size() && IsContinuation(strText[uAt + uLength])) {
+        ++uLength;
+    }
+    return uLength;
+}
+
+/// Columns of one character; one where the C library does not know it.
+std::size_t ColumnsOf(const char* pCharacter, std::size_t uLength) {
+    if (uLength == 1 || CharacterLocale() == static_cast<locale_t>(nullptr)) {
+        return 1;
+    }
+    const locale_t before = uselocale(CharacterLocale());
+    std::mbstate_t state = {};
+    wchar_t cWide = 0;
+    const bool bRead = std::mbrtowc(&cWide, pCharacter, uLength, &state) == uLength;
+    const int iColumns = bRead ? wcwidth(cWide) : -1;
+    uselocale(before);
+    return iColumns < 0 ? 1 : static_cast<std::size_t>(iColumns);
+}
+
+} // namespace
+
+bool SpeaksUtf8() {
+    static const bool UTF8 = IsLocaleUtf8();
+    return UTF8;
+}
+
+std::string Readable(const std::string& strText) {
+    std::string strReadable;
+    for (std::size_t u = 0; u < strText.size();) {
+        const std::string strCharacter = strText.substr(u, LengthAt(strText, u));
+        strReadable += Service::HoldsControlCharacter(strCharacter) ? Service::Escaped(strCharacter) : strCharacter;
+        u += strCharacter.size();
+    }
+    return strReadable;
+}
+
+std::string ReadableLines(const std::string& strText) {
+    std::string strReadable;
+    std::size_t uBegin = 0;
+    for (std::size_t uEnd = 0; (uEnd = strText.find('\n', uBegin)) != std::string::npos; uBegin = uEnd + 1) {
+        strReadable += Readable(strText.substr(uBegin, uEnd - uBegin)) + "\n";
+    }
+    return strReadable + Readable(strText.substr(uBegin));
+}
+
+std::size_t WidthOf(const std::string& strText) {
+    std::size_t uWidth = 0;
+    for (std::size_t u = 0; u < strText.size();) {
+        const std::size_t uLength = LengthAt(strText, u);
+        uWidth += ColumnsOf(strText.data() + u, uLength);
+        u += uLength;
+    }
+    return uWidth;
+}
+
+std::string CutTo(const std::string& strText, std::size_t uWidth) {
+    if (WidthOf(strText) <= uWidth) {
+        return strText;
+    }
+    const std::string strEllipsis = uWidth == 0    ? ""
+                                    : SpeaksUtf8() ? "\u2026"
+                                                   : std::string(std::min<std::size_t>(3, uWidth), '.');
+    const std::size_t uRoom = uWidth - WidthOf(strEllipsis);
+    std::size_t uTaken = 0;
+    std::size_t u = 0;
+    while (u < strText.size()) {
+        const std::size_t uLength = LengthAt(strText, u);
+        uTaken += ColumnsOf(strText.data() + u, uLength);
+        if (uTaken > uRoom) {
+            break;
+        }
+        u += uLength;
+    }
+    return strText.substr(0, u) + strEllipsis;
+}
+
+} // namespace VUKO::VUKOCrond::Ctl
