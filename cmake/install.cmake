@@ -44,7 +44,13 @@ install(TARGETS crond platform EXPORT vukocrond LIBRARY DESTINATION ${CMAKE_INST
 install(TARGETS vukocrond_service RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
 install(TARGETS vukocronctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(FILES docs/man/vukocronctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES docs/man/vukocrond.conf.5 docs/man/vukocron.conf.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
 install(FILES docs/man/vukocrond.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+
+# For whoever sets up a pair of machines, see docs/HA.md.
+install(FILES packaging/ha/keepalived.conf packaging/ha/keepalived.service.conf packaging/ha/vukocrond-role.tmpfiles
+  DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/ha)
+install(PROGRAMS packaging/ha/vukocrond-role DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/ha)
 
 # Below the prefix like all else, in the folder that systemd has for units of packages. Where the prefix is /usr, a
 # package sets CMAKE_INSTALL_SYSCONFDIR to /etc, which is where logrotate looks.

@@ -1,14 +1,17 @@
 #!/usr/bin/env -S python3 -B
-"""The manual pages describe the commands and options that the programs have, and no others, and are free of formatting
-mistakes.
+"""The manual pages describe the commands, options and members of definitions that the programs have, and no others, their
+definitions are what the programs take, and they are free of formatting mistakes.
 
 Usage: manual_test.py SOURCE_FOLDER SERVICE CONTROL_TOOL
 """
 
+import itertools
+import json
 import pathlib
 import re
 import subprocess
 import sys
+import tempfile
 import unittest
 
 SOURCE, SERVICE, TOOL = map(pathlib.Path, sys.argv[1:])
@@ -41,6 +44,62 @@ def sections(text):
     part = text.partition("\n.Sh COMMANDS\n")[2].partition("\n.Sh ")[0]
     pieces = re.split(r"^\.Ss (.*)\n", part, flags=re.M)
     return dict(zip(pieces[1::2], pieces[2::2]))
+
+
+def members_in_the_code():
+    """What the library and the service ask a definition for."""
+    found = set()
+    for pattern, files in ((r'jsConf(?:\[|\.isMember\()"(\w+)"', "crond/cronjob/*.cpp"),
+                           (r'jsDefinition\["(\w+)"\]', "service/definitions/definition*.cpp"),
+                           (r'{"(\w+)", WhyBad', "service/definitions/definitionpolicy.cpp")):
+        for file in SOURCE.glob(files):
+            found.update(re.findall(pattern, file.read_text(encoding="utf-8")))
+    return found
+
+
+def examples_of_definitions():
+    blocks = re.findall(r"^\.Bd -literal[^\n]*\n([{\[]\n.*?)^\.Ed$", page("vukocrond.conf.5"), re.M | re.S)
+    return [json.loads(block) for block in blocks]
+
+
+class Definitions(unittest.TestCase):
+    """vukocrond.conf(5)"""
+
+    def test_describes_each_member_once(self):
+        described = re.findall(r"^\.It Ic (\w+)$", page("vukocrond.conf.5"), re.M)
+        self.assertEqual(sorted(described), sorted(members_in_the_code()))
+
+    def test_describes_the_members_that_the_formats_have(self):
+        text = (SOURCE / "docs/FORMATS.md").read_text(encoding="utf-8")
+        text = text.partition("## Job definition\n")[2].partition("### What the service refuses")[0]
+        self.assertEqual(set(re.findall(r"^\| `(\w+)` \|", text, re.M)), members_in_the_code())
+
+    def test_its_examples_show_each_member(self):
+        definitions = itertools.chain(*(one if isinstance(one, list) else [one] for one in examples_of_definitions()))
+        self.assertEqual(set().union(*definitions), members_in_the_code())
+
+    def test_its_examples_are_taken_without_a_warning(self):
+        for example in examples_of_definitions():
+            done = subprocess.run([TOOL, "check", "-", "--json"], input=json.dumps(example), capture_output=True, text=True,
+                                  check=True)
+            (told,) = json.loads(done.stdout)["files"]
+            self.assertEqual((told["valid"], told["errors"], told["warnings"]), (True, [], []))
+
+    def test_its_examples_are_taken_where_they_belong(self):
+        with tempfile.TemporaryDirectory(prefix="vuko-docs-") as root:
+            for number, example in enumerate(examples_of_definitions()):
+                of_package = isinstance(example, dict) and example["user"] == "package"
+                folder = pathlib.Path(root) / "usr/local/etc" / (
+                    "vukocron_nonroot.d/package" if of_package else "vukocron.d")
+                folder.mkdir(parents=True, exist_ok=True, mode=0o755)
+                (folder / f"{number}.conf").write_text(json.dumps(example), encoding="utf-8")
+                (folder / f"{number}.conf").chmod(0o644)
+            done = subprocess.run([SERVICE, "--check", "--root", root], capture_output=True, text=True, check=False)
+            self.assertEqual((done.returncode, done.stdout), (0, ""))
+
+    def test_the_other_pages_lead_to_it(self):
+        for name in ("vukocronctl.1", "vukocrond.8"):
+            self.assertIn(".Xr vukocrond.conf 5", page(name).partition(".Sh SEE ALSO")[2])
 
 
 class Manual(unittest.TestCase):
@@ -91,7 +150,8 @@ class Manual(unittest.TestCase):
         self.assertEqual(sorted(re.findall(r"^([\w-]+) ", table, re.M)), sorted(codes))
 
     def test_is_free_of_formatting_mistakes(self):
-        for name, title in (("vukocrond.8", "VUKOCROND(8)"), ("vukocronctl.1", "VUKOCRONCTL(1)")):
+        for name, title in (("vukocrond.8", "VUKOCROND(8)"), ("vukocronctl.1", "VUKOCRONCTL(1)"),
+                            ("vukocrond.conf.5", "VUKOCROND.CONF(5)")):
             with self.subTest(name):
                 done = subprocess.run(["groff", "-mandoc", "-Tutf8", "-ww", PAGES / name], capture_output=True, text=True,
                                       check=True)

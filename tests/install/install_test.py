@@ -80,7 +80,7 @@ class Install(unittest.TestCase):
         self.assertRegex(run(self.tree / "sbin/vukocrond", "--version"), r"^vukocrond \d+\.\d+\.\d+\n$")
 
     def test_the_manual_pages_are_there(self):
-        for page in ("man1/vukocronctl.1", "man8/vukocrond.8"):
+        for page in ("man1/vukocronctl.1", "man5/vukocrond.conf.5", "man8/vukocrond.8"):
             self.assertIn("\n.Sh NAME\n", (self.tree / "share/man" / page).read_text(encoding="utf-8"))
 
     def test_the_unit_names_the_program_where_it_was_installed(self):
