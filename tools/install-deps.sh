@@ -7,7 +7,7 @@ set -eu
 packages() {
     case $1 in
     build) echo g++ cmake ninja-build pkg-config libjsoncpp-dev libboost-dev libsystemd-dev libcli11-dev libsqlite3-dev ;;
-    test) echo abigail-tools binutils clang-14 dbus dbus-daemon faketime groff-base less libgtest-dev logrotate procps python3 python3-dbusmock systemd tmux tzdata valgrind ;;
+    test) echo abigail-tools binutils clang-14 dbus dbus-daemon faketime groff-base iproute2 keepalived less libgtest-dev logrotate procps python3 python3-dbusmock systemd tmux tzdata valgrind ;;
     fuzz) echo clang-14 libclang-rt-14-dev ;;
     bench) echo cron libbenchmark-dev python3 util-linux ;;
     *)

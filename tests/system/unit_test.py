@@ -3,14 +3,14 @@
 import os
 import re
 import signal
-import subprocess
 import tempfile
 import json
 
 import zones
 from control import Control
+from installed import install
 from machine import Machine, poll
-from store import BUILD_DIR, MachineTest, main
+from store import MachineTest, main
 
 PREFIX = "/opt/vukocrond"
 UNIT = f"{PREFIX}/lib/systemd/system/vukocrond.service"
@@ -19,19 +19,12 @@ CAP_SYS_RESOURCE = 24
 DROP_INS = "/etc/systemd/system/vukocrond.service.d"
 
 
-def install(folder):
-    """Installs the build for PREFIX into a folder, whose content is to lie at PREFIX."""
-    subprocess.run(["cmake", "--install", BUILD_DIR, "--prefix", PREFIX], check=True, capture_output=True,
-                   env={**os.environ, "DESTDIR": folder})
-    return folder + PREFIX
-
-
 class Installed(MachineTest):
     @classmethod
     def setUpClass(cls):
         stage = cls.enterClassContext(tempfile.TemporaryDirectory(prefix="vukocrond-stage-"))
         cls.share = cls.enterClassContext(tempfile.TemporaryDirectory(prefix="vukocrond-share-"))
-        folders = {PREFIX: (install(stage), False), "/share": (cls.share, True)}
+        folders = {PREFIX: (install(stage, PREFIX), False), "/share": (cls.share, True)}
         cls.machine = cls.enterClassContext(Machine(folders=folders))
         cls.machine.run("systemd-tmpfiles", "--create", f"{PREFIX}/lib/tmpfiles.d/vukocrond.conf")
         cls.machine.run("systemctl", "enable", UNIT)
