@@ -1,0 +1,86 @@
+#!/usr/bin/env -S python3 -B
+"""The documents lead where they say, show files as they are, and show what the control tool prints without a service.
+
+Usage: documents_test.py SOURCE_FOLDER CONTROL_TOOL
+"""
+
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+import unittest
+
+SOURCE, TOOL = (pathlib.Path(argument).resolve() for argument in sys.argv[1:])
+PAGES = [*SOURCE.glob("*.md"), *SOURCE.glob("docs/*.md")]
+MANUAL = SOURCE / "docs/man/vukocronctl.1"
+WITHOUT_SERVICE = ("next --", "explain", "simulate", "check")
+
+
+def text_of(page):
+    return page.read_text(encoding="utf-8")
+
+
+def blocks(page):
+    """What a page shows, each as text."""
+    if page.suffix == ".md":
+        return re.findall(r"^```\w*\n(.*?)^```$", text_of(page), re.M | re.S)
+    return [block.replace("\\e", "\\") for block in
+            re.findall(r"^\.Bd -literal[^\n]*\n(.*?)^\.Ed$", text_of(page), re.M | re.S)]
+
+
+def commands(block):
+    """The commands of a block, each with the lines that it is to print."""
+    for piece in re.split(r"^\$ ", block, flags=re.M)[1:]:
+        command, _, shown = piece.replace("\\\n", " ").partition("\n")
+        yield command, shown.rstrip("\n").splitlines()
+
+
+class Documents(unittest.TestCase):
+    def test_each_link_leads_to_a_file(self):
+        for page in PAGES:
+            for link in re.findall(r"\]\(([^)#:]+)\)", text_of(page)):
+                with self.subTest(f"{page.name}: {link}"):
+                    self.assertTrue((page.parent / link).exists())
+
+    def test_the_readme_leads_to_each_document(self):
+        links = {(SOURCE / link).resolve() for link in re.findall(r"\]\(([^)#:]+)\)", text_of(SOURCE / "README.md"))}
+        documents = {page for page in PAGES if page.name != "README.md"}
+        pages = {page for page in SOURCE.glob("docs/man/*.[1-8]") if not text_of(page).startswith(".so ")}
+        self.assertEqual((documents | pages) - links, set())
+
+    def test_files_are_shown_as_they_are(self):
+        count = 0
+        for page in PAGES:
+            for name, text in re.findall(r"^<!-- file: (packaging/\S+) -->\n```\w*\n(.*?)^```$", text_of(page), re.M | re.S):
+                self.assertEqual(text, text_of(SOURCE / name), f"{page.name} shows {name}")
+                count += 1
+        self.assertGreater(count, 1)
+
+    def run_block(self, block, folder):
+        """Runs what needs no service. A file that is shown by "cat" is made. @return how many commands were run."""
+        count = 0
+        for command, shown in commands(block):
+            if command.startswith("cat "):
+                (folder / command.removeprefix("cat ")).write_text("\n".join(shown) + "\n", encoding="utf-8")
+            if not command.startswith(tuple(f"vukocronctl {words}" for words in WITHOUT_SERVICE)):
+                continue
+            count += 1
+            done = subprocess.run(["sh", "-c", command], cwd=folder, capture_output=True, text=True, check=False,
+                                  env={"PATH": f"{TOOL.parent}:/usr/bin:/bin", "TZ": "UTC"})
+            with self.subTest(command):
+                # A page may leave out what comes last, and says so then.
+                self.assertEqual(done.stdout.splitlines()[:len(shown)], shown, done.stderr)
+        return count
+
+    def test_the_control_tool_prints_what_the_pages_show(self):
+        for page, least in ((SOURCE / "README.md", 1), (SOURCE / "docs/CLOCK.md", 1), (MANUAL, 3)):
+            with tempfile.TemporaryDirectory(prefix="vuko-docs-") as folder:
+                job = '{"name": "report", "user": "root", "period": "crontab", "crontab": "15 3,21 * * *", "cmd": "/bin/true"}'
+                (pathlib.Path(folder) / "report.conf").write_text(job, encoding="utf-8")
+                count = sum(self.run_block(block, pathlib.Path(folder)) for block in blocks(page))
+            self.assertGreaterEqual(count, least, page.name)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1])
