@@ -8,7 +8,7 @@ import tempfile
 
 from control import Control, Refused
 from installed import local_folders, unit_of
-from machine import Machine, poll
+from machine import Machine, poll, text_of
 
 SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 FILES = os.path.join(SOURCE, "packaging/ha")
@@ -19,13 +19,8 @@ OTHER = {"priority 100": "priority 90", "unicast_src_ip 192.0.2.11": "unicast_sr
          "        192.0.2.12": "        192.0.2.11"}
 
 
-def text_of(name):
-    with open(os.path.join(FILES, name), encoding="utf-8") as file:
-        return file.read()
-
-
 def configuration(changes):
-    text = text_of("keepalived.conf")
+    text = text_of(f"{FILES}/keepalived.conf")
     for old, new in changes.items():
         if len(re.findall(rf"^ *{old}\b", text, re.M)) != 1:
             raise AssertionError(f"the configuration has no single {old!r}")
@@ -114,7 +109,7 @@ class Pair:
         folders = {**local_folders(stage), "/share": (self.share, True), "/etc/tmpfiles.d": (drop_ins, False)}
         subprocess.run(["install", "--mode=755", f"{FILES}/vukocrond-role", f"{stage}/usr/local/sbin/"], check=True)
         with open(os.path.join(drop_ins, "vukocrond-role.conf"), "w", encoding="utf-8") as file:
-            file.write(text_of("vukocrond-role.tmpfiles"))
+            file.write(text_of(f"{FILES}/vukocrond-role.tmpfiles"))
         units = {"vukocrond.service": unit_of(stage)}
         self._machines = [*(Machine(folders=folders, units=units) for _ in range(2)), Machine(systemd=False)]
         try:
@@ -158,11 +153,7 @@ class Pair:
             side.machine.write(f"{FOLDER}/{name}.conf", definition.replace("SIDE", side.name))
 
     def shared(self, name):
-        try:
-            with open(os.path.join(self.share, name), encoding="utf-8") as file:
-                return file.read()
-        except FileNotFoundError:
-            return ""
+        return text_of(os.path.join(self.share, name))
 
     def await_tick(self, minute):
         for side in self.sides:
@@ -188,5 +179,5 @@ class Pair:
     @staticmethod
     def _configure(side, changes):
         side.machine.write("/etc/keepalived/keepalived.conf", configuration(changes))
-        side.machine.write("/etc/systemd/system/keepalived.service.d/vukocrond.conf", text_of("keepalived.service.conf"))
+        side.machine.write("/etc/systemd/system/keepalived.service.d/vukocrond.conf", text_of(f"{FILES}/keepalived.service.conf"))
         side.run("systemctl", "daemon-reload")

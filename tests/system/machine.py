@@ -36,6 +36,15 @@ def poll(question, what, patience=_PATIENCE, pause=0.02):
         time.sleep(pause)
 
 
+def text_of(path):
+    """What a file holds; nothing when there is none."""
+    try:
+        with open(path, encoding="utf-8") as file:
+            return file.read()
+    except FileNotFoundError:
+        return ""
+
+
 class Machine:
     """A machine, from `with Machine() as machine:` to the end of the block, or until poweroff().
 

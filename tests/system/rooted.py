@@ -6,7 +6,7 @@ import struct
 import subprocess
 
 from control import Control
-from machine import poll
+from machine import poll, text_of
 from zones import MINUTE
 
 PROGRAM = os.path.join(os.environ["VUKO_BUILD_DIR"], "bin", "vukocrond")
@@ -28,11 +28,7 @@ class Root:
         return os.path.join(self.folder, name)
 
     def read(self, name):
-        try:
-            with open(self.path(name), encoding="utf-8") as file:
-                return file.read()
-        except FileNotFoundError:
-            return ""
+        return text_of(self.path(name))
 
     def define(self, name, crontab, command, folder=FOLDER, **members):
         """Puts a definition in its place, whole."""

@@ -9,7 +9,7 @@ import json
 import zones
 from control import Control
 from installed import install
-from machine import Machine, poll
+from machine import Machine, poll, text_of
 from store import MachineTest, main
 
 PREFIX = "/opt/vukocrond"
@@ -66,11 +66,7 @@ class Installed(MachineTest):
              "cmd_list": ["/bin/sh", "-c", script], **members}))
 
     def shared(self, name):
-        try:
-            with open(os.path.join(self.share, name), encoding="utf-8") as file:
-                return file.read()
-        except FileNotFoundError:
-            return ""
+        return text_of(os.path.join(self.share, name))
 
     def await_shared(self, name, text, **how):
         poll(lambda: self.shared(name) == text, f"{name} holds {text!r}", **how)
