@@ -57,6 +57,16 @@ class Documents(unittest.TestCase):
                 count += 1
         self.assertGreater(count, 1)
 
+    def test_the_handover_says_one_instant_to_both_machines(self):
+        (script,) = (block for block in blocks(SOURCE / "docs/HA.md") if "# handover FROM TO" in block)
+        with tempfile.TemporaryDirectory(prefix="vuko-docs-") as folder:
+            files = [pathlib.Path(folder) / name for name in ("from", "to")]
+            subprocess.run(["sh", "-c", script, "handover", *files], check=True)
+            told = [re.fullmatch(r"(\w+) @(\d+)\n", text_of(file)).groups() for file in files]
+            self.assertEqual(sorted(pathlib.Path(folder).iterdir()), files)
+        self.assertEqual([role for role, _ in told], ["passive", "active"])
+        self.assertEqual(told[0][1], told[1][1])
+
     def run_block(self, block, folder):
         """Runs what needs no service. A file that is shown by "cat" is made. @return how many commands were run."""
         count = 0
