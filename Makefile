@@ -2,7 +2,7 @@
 
 # Test steps run one after the other even under make -j: each uses both cores already.
 .NOTPARALLEL:
-.PHONY: all demo test test-plain test-dev test-asan test-tsan test-clang test-fuzz soak bench install format clean
+.PHONY: all demo test test-plain test-dev test-asan test-tsan test-clang test-fuzz soak bench package install format clean
 .DEFAULT_GOAL := all
 
 all:
@@ -38,6 +38,11 @@ bench:
 	cmake --build --preset release
 	build/release/bin/vuko_bench
 	python3 -B bench/service_bench.py build/release/bin
+
+# The Debian packages, and what lintian says of them; see docs/PACKAGES.md.
+package:
+	@tools/install-deps.sh build package
+	packaging/make-packages build/package
 
 install: all
 	cmake --install build/release

@@ -1,17 +1,18 @@
 #!/bin/sh
 # install-deps.sh SET...: installs the Debian packages that are missing for what one wants to do. Sets: build test fuzz
-# bench.
+# bench package.
 # Does nothing, and asks for no rights, where all of them are there already.
 set -eu
 
 packages() {
     case $1 in
     build) echo g++ cmake ninja-build pkg-config libjsoncpp-dev libboost-dev libsystemd-dev libcli11-dev libsqlite3-dev ;;
-    test) echo abigail-tools binutils clang-14 dbus dbus-daemon faketime groff-base iproute2 keepalived less libgtest-dev logrotate procps python3 python3-dbusmock systemd tmux tzdata valgrind ;;
+    test) echo abigail-tools binutils clang-14 dbus dbus-daemon debhelper faketime groff-base iproute2 keepalived less libgtest-dev lintian logrotate man-db procps python3 python3-dbusmock systemd tmux tzdata valgrind ;;
     fuzz) echo clang-14 libclang-rt-14-dev ;;
     bench) echo cron libbenchmark-dev python3 util-linux ;;
+    package) echo build-essential debhelper lintian ;;
     *)
-        echo "install-deps.sh: unknown set '$1' (build, test, fuzz, bench)" >&2
+        echo "install-deps.sh: unknown set '$1' (build, test, fuzz, bench, package)" >&2
         exit 2
         ;;
     esac

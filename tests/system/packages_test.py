@@ -1,0 +1,170 @@
+"""The Debian packages on a machine with a real systemd: installed, upgraded, removed and purged."""
+
+import json
+import os
+
+from control import Control
+from machine import poll
+from package_files import FIRST, SECOND, machine_for_packages, prepare
+from store import MachineTest, main
+
+PACKAGES = {"vukocrond", "libvukocrond0", "libvukocrond-dev", "libvukoplatform0"}
+CONSUMER = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "install", "consumer")
+FOLDER = "/usr/local/etc/vukocron.d"
+NEVER = "0 0 31 2 *"
+LONG_JOB = "echo $$ >/root/pid; echo began >>/root/log; while [ ! -e /root/go ]; do sleep 0.05; done; " \
+           "echo ended >>/root/log; exit 3"
+ROTATION = "/etc/logrotate.d/vukocrond"
+
+# What Debian's own tools write about every package, and systemd and others as they work.
+_OTHERS_FILES = ("/var/lib/dpkg/", "/var/cache/", "/run/systemd/", "/run/udev/", "/run/user/", "/var/lib/systemd/catalog/",
+                 "/var/log/journal", "/run/log/", "/var/lib/apt/", "/var/log/dpkg.log", "/var/log/apt/", "/tmp/systemd-private",
+                 "/etc/ld.so.cache", "/run/utmp", "/run/lock", "/var/lib/logrotate")
+
+
+class Packages(MachineTest):
+    def setUp(self):
+        self.machine = self.enterContext(machine_for_packages())
+        prepare(self.machine)
+        self.control = Control(f"/proc/{self.machine.pid}/root/run/vukocrond.sock")
+        self.before = self.files()
+        self.install(FIRST)
+
+    def files(self):
+        """The names of all files where the packages could have something."""
+        names = self.machine.run("find", "/etc", "/run", "/tmp", "/usr", "/var", "-xdev").stdout.splitlines()
+        return {name for name in names if not name.startswith(_OTHERS_FILES)}
+
+    def install(self, folder):
+        self.machine.run("sh", "-c", f"dpkg --install {folder}/*.deb")
+
+    def purge(self):
+        self.machine.run("dpkg", "--purge", *PACKAGES)
+
+    def version(self):
+        return self.machine.run("dpkg-query", "--show", "--showformat=${Version}", "vukocrond").stdout
+
+    def property(self, name):
+        return self.machine.run("systemctl", "show", f"--property={name}", "--value", "vukocrond").stdout.strip()
+
+    def define(self, name, script="true", crontab=NEVER, folder=FOLDER, **members):
+        self.machine.write(f"{folder}/{name}.conf", json.dumps(
+            {"name": name, "user": "root", "period": "crontab", "crontab": crontab,
+             "cmd_list": ["/bin/sh", "-c", script], **members}))
+
+    def define_random_jobs(self):
+        """Their values, once each of them has run."""
+        for number in range(4):
+            self.define(f"random{number}", crontab="~ ~ ~ ~ ~")
+        poll(lambda: len(self.control.jobs()) == 4, "the definitions are read")
+        for name in self.control.jobs():
+            self.assertEqual(self.control.ask("run", job=name, wait=True)["end"]["code"], 0)
+        return self.remembered()
+
+    def remembered(self):
+        """What the service has drawn and written down."""
+        jobs = [f"random{number}" for number in range(4)]
+        return {"schedules": {name: self.control.schedules()[name] for name in jobs},
+                "history": {name: self.control.history(name) for name in jobs},
+                "template": self.control.ask("template")}
+
+    def start_time(self, pid):
+        """Tells a process from another one of the same number; nothing when there is none."""
+        return self.machine.read(f"/proc/{pid}/stat").rpartition(")")[2].split()[19:20]
+
+    # -- installed
+
+    def test_what_is_installed_is_enabled_and_runs(self):
+        self.assertEqual(self.machine.run("systemctl", "is-enabled", "vukocrond").stdout, "enabled\n")
+        self.assertEqual(self.property("ActiveState"), "active")
+        self.assertIn("Jobs: 0\n", self.machine.run("vukocronctl", "status").stdout)
+        self.assertEqual(self.machine.run("vukocrond", "--version").stdout, f"vukocrond {self.version()}\n")
+        self.assertEqual(self.machine.run("sh", "-c", "readlink /proc/$(pidof vukocrond)/exe").stdout,
+                         "/usr/sbin/vukocrond\n")
+        self.assert_beside_the_programs()
+        self.assert_folders()
+        self.assert_programs_can_be_built()
+        self.purge()
+        self.assertEqual(self.files() ^ self.before, set())
+
+    def assert_beside_the_programs(self):
+        for page in ("1 vukocronctl", "5 vukocrond.conf", "8 vukocrond"):
+            self.assertRegex(self.machine.run("man", "--where", *page.split()).stdout, r"^/usr/share/man/man\d/")
+        self.assertIn("Handling 2 logs", self.machine.run("logrotate", "--debug", ROTATION).stderr)
+        self.assertEqual(self.machine.run("dpkg-query", "--show", "--showformat=${Conffiles}", "vukocrond").stdout.split()[::2],
+                         [ROTATION])
+        linked = self.machine.run("ldd", "/usr/sbin/vukocrond").stdout
+        self.assertRegex(linked, r"libvukocrond\.so\.0 => /(usr/)?lib/[\w-]+/libvukocrond\.so\.0")
+
+    def assert_folders(self):
+        for path, mode in {"/usr/vuko/etc/vukocron.d": "755", FOLDER: "755", "/usr/local/etc/vukocron_nonroot.d": "755",
+                           "/var/log/vukocrond": "750", "/tmp/vukocrond": "711"}.items():
+            self.assertEqual(self.machine.run("stat", "--format=%a %U %G", path).stdout, f"{mode} root root\n", path)
+
+    def assert_programs_can_be_built(self):
+        """With the CMake package; and pkg-config knows the libraries."""
+        self.machine.run("cmake", "-S", CONSUMER, "-B", "/root/build")
+        self.machine.run("cmake", "--build", "/root/build", "--target", "platform_consumer", patience=120)
+        self.assertEqual(self.machine.run("/root/build/platform_consumer").stdout, "2 pieces, a folder\n")
+        self.assertIn("-lvukocrond", self.machine.run("pkg-config", "--libs", "vukocrond").stdout)
+
+    # -- upgraded
+
+    def test_an_upgrade_disturbs_no_job_and_keeps_values_and_settings(self):
+        remembered = self.define_random_jobs()
+        self.define("long", LONG_JOB)
+        poll(lambda: "long" in self.control.jobs(), "the definition is read")
+        self.control.ask("run", job="long")
+        job = poll(lambda: self.machine.read("/root/pid").strip(), "the job runs")
+        began, service = self.start_time(job), self.property("MainPID")
+        self.machine.run("sh", "-c", f"echo '# ours' >>{ROTATION}")
+
+        self.install(SECOND)
+
+        self.assertRegex(self.version(), r"\+next$")
+        self.assertEqual(self.property("ActiveState"), "active")
+        self.assertNotEqual(self.property("MainPID"), service)
+        self.assertEqual(self.remembered(), remembered)
+        self.assertTrue(self.machine.read(ROTATION).endswith("# ours\n"))
+        self.assertEqual(self.start_time(job), began)
+        self.assertEqual(self.control.jobs()["long"]["state"], "running")
+        self.machine.run("touch", "/root/go")
+        poll(lambda: [entry["end"] and entry["end"]["code"] for entry in self.control.history("long")] == [3],
+             "the job's end is recorded")
+        self.assertEqual(self.machine.read("/root/log"), "began\nended\n")
+
+    def test_an_upgrade_does_not_start_a_service_that_was_disabled(self):
+        self.machine.run("systemctl", "disable", "--now", "vukocrond")
+        self.install(SECOND)
+        self.assertEqual(self.machine.run("systemctl", "is-enabled", "vukocrond", check=False).stdout, "disabled\n")
+        self.assertEqual(self.property("ActiveState"), "inactive")
+
+    # -- removed and purged
+
+    def test_a_removal_keeps_the_state_and_a_purge_the_definitions_alone(self):
+        remembered = self.define_random_jobs()
+        self.define("own", folder="/usr/vuko/etc/vukocron.d")
+        self.machine.write("/usr/local/etc/vukocron_nonroot.d/photos/index.conf", "{}")
+        self.machine.write("/var/log/vukocrond/builtin_job.log", "what a job has said\n")
+        self.machine.run("logrotate", "--force", ROTATION)
+        self.control.ask("role", set="active")
+
+        self.machine.run("dpkg", "--remove", "vukocrond")
+        self.assertNotEqual(self.property("ActiveState"), "active")
+        self.assertEqual(self.machine.run("pidof", "vukocrond", check=False).stdout, "")
+        self.assertEqual(self.machine.run("ls", ROTATION, "/usr/vuko/etc/vukocrond.config").returncode, 0)
+
+        self.install(FIRST)
+        self.assertEqual(self.property("ActiveState"), "active")
+        self.assertEqual(self.remembered(), remembered)
+
+        self.purge()
+        definitions = {f"{FOLDER}/random{number}.conf" for number in range(4)} | {
+            "/usr/vuko/etc/vukocron.d/own.conf", "/run/vukocrond.role", "/usr/local/etc/vukocron_nonroot.d/photos/index.conf"}
+        folders = {FOLDER, "/usr/vuko", "/usr/vuko/etc", "/usr/vuko/etc/vukocron.d", "/usr/local/etc/vukocron_nonroot.d",
+                   "/usr/local/etc/vukocron_nonroot.d/photos"}
+        self.assertEqual(self.files() ^ self.before, definitions | folders)
+
+
+if __name__ == "__main__":
+    main()
