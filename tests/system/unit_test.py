@@ -257,7 +257,7 @@ class PowerOff(MachineTest):
         with tempfile.TemporaryDirectory(prefix="vukocrond-") as folder:
             kept = os.path.join(folder, "kept")
             os.mkdir(kept)
-            folders = {PREFIX: (install(os.path.join(folder, "stage")), False), "/kept": (kept, True)}
+            folders = {PREFIX: (install(os.path.join(folder, "stage"), PREFIX), False), "/kept": (kept, True)}
             schedules = [self.one_life(folders, off=True), self.one_life(folders, off=False)]
         self.assertEqual(schedules[0], schedules[1])
 
