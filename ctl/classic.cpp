@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <map>
 #include <sstream>
 #include <string_view>
 
@@ -20,6 +21,11 @@ constexpr std::array<Domain, 5> DOMAINS = {{{0, 59}, {0, 23}, {1, 31}, {1, 12}, 
 constexpr std::array<std::string_view, 12> MONTHS = {"jan", "feb", "mar", "apr", "may", "jun",
                                                      "jul", "aug", "sep", "oct", "nov", "dec"};
 constexpr std::array<std::string_view, 7> WEEKDAYS = {"sun", "mon", "tue", "wed", "thu", "fri", "sat"};
+
+/// What stands for five fields.
+const std::map<std::string, const char*> WORDS = {
+    {"@yearly", "0 0 1 1 *"}, {"@annually", "0 0 1 1 *"}, {"@monthly", "0 0 1 * *"}, {"@weekly", "0 0 * * 0"},
+    {"@daily", "0 0 * * *"},  {"@midnight", "0 0 * * *"}, {"@hourly", "0 * * * *"}};
 
 std::optional<int> ReadNumber(std::string_view strText) {
     int iValue = 0;
@@ -166,6 +172,10 @@ std::optional<ClassicText> ReadClassic(const std::string& strText) {
 }
 
 std::optional<std::string> RewriteClassic(const std::string& strText) {
+    const auto itWord = WORDS.find(strText);
+    if (itWord != WORDS.end()) {
+        return itWord->second;
+    }
     std::optional<ClassicText> text = ReadClassic(strText);
     if (!text || !JoinDays(*text)) {
         return std::nullopt;

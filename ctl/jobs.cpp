@@ -1,19 +1,14 @@
 #include "ctl/jobs.h"
 
-#include <sys/mman.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <ctime>
 #include <map>
+#include <utility>
 
 #include "ctl/client.h"
+#include "ctl/document.h"
+#include "ctl/fields.h"
 #include "ctl/toolerror.h"
-#include "platform/vukojson.h"
 #include "service/definitions/definitionreason.h"
-#include "service/definitions/jsonfault.h"
 
 namespace VUKO::VUKOCrond::Ctl {
 
@@ -42,18 +37,6 @@ Job Built(const Json::Value& jsDefinition, const std::string& strSchedule) {
     return job;
 }
 
-/// Standard input may be a pipe, and the reader wants a file: it is given a copy in memory.
-std::string FileOfStandardInput() {
-    const int iFd = memfd_create("standard-input", MFD_CLOEXEC); // lives as long as the tool does
-    std::vector<char> vecBuffer(64 * 1024);
-    for (ssize_t iRead = 0; iFd >= 0 && (iRead = read(STDIN_FILENO, vecBuffer.data(), vecBuffer.size())) != 0;) {
-        if (iRead < 0 || write(iFd, vecBuffer.data(), static_cast<std::size_t>(iRead)) != iRead) {
-            throw ToolError(EXIT_WRONG, std::string("standard input cannot be read: ") + strerror(errno));
-        }
-    }
-    return "/proc/self/fd/" + std::to_string(iFd);
-}
-
 } // namespace
 
 Job JobOfDefinition(const Json::Value& jsDefinition, const std::string& strWhere) {
@@ -65,23 +48,13 @@ Job JobOfDefinition(const Json::Value& jsDefinition, const std::string& strWhere
 }
 
 Job JobOfCrontab(const std::string& strCrontab) {
-    Json::Value jsDefinition(Json::objectValue);
-    jsDefinition["name"] = "crontab";
-    jsDefinition["user"] = "root";
-    jsDefinition["period"] = "crontab";
-    jsDefinition["crontab"] = strCrontab;
-    jsDefinition["cmd"] = "/bin/true";
-    return JobOfDefinition(jsDefinition, "\"" + strCrontab + "\"");
+    return JobOfDefinition(DefinitionOfCrontab(strCrontab), "\"" + strCrontab + "\"");
 }
 
 std::string ReadDocument(const std::string& strFile, Json::Value& jsDocument) {
-    const std::string strPath = strFile == "-" ? FileOfStandardInput() : strFile;
-    errno = 0;
-    if (JSON::fromFile(jsDocument, strPath)) {
-        return std::string();
-    }
-    return errno == EBADMSG ? "is not JSON: " + Service::WhyFileIsNotJson(strPath)
-                            : std::string("cannot be read: ") + strerror(errno);
+    Document document = ReadDocument(strFile);
+    jsDocument = std::move(document.jsValue);
+    return document.strReason;
 }
 
 std::vector<Job> JobsOfFile(const std::string& strFile) {

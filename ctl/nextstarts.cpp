@@ -14,15 +14,15 @@ using namespace Service;
 constexpr std::time_t SETTLED_SEC = 12 * 3600;
 constexpr std::int64_t MINUTES_OF_DAY = 24 * 60;
 
-/// Whether any minute of the local day holds the job's date.
+/// Whether any minute of the local day holds the job's date. A field without values never matches.
 bool IsDateOf(const Job& job, std::int64_t iLocalDay) {
     const std::vector<std::vector<int>> vecValues = ScheduleValues(job.strSchedule);
     const WallMinute wall = WallMinuteOf(iLocalDay * MINUTES_OF_DAY);
     const auto holds = [](const std::vector<int>& vecField, int iValue) {
         return std::any_of(vecField.begin(), vecField.end(), [iValue](int i) { return i == -1 || i == iValue; });
     };
-    return vecValues.size() == 5 && holds(vecValues[2], wall.iDay) && holds(vecValues[3], wall.iMonth) &&
-           holds(vecValues[4], wall.iWeekday);
+    return vecValues.size() == 5 && !vecValues[0].empty() && !vecValues[1].empty() && holds(vecValues[2], wall.iDay) &&
+           holds(vecValues[3], wall.iMonth) && holds(vecValues[4], wall.iWeekday);
 }
 
 /// Only its schedule counts here.

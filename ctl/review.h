@@ -2,35 +2,50 @@
 
 #include <json/json.h>
 
-#include <optional>
 #include <string>
 #include <vector>
 
+#include "ctl/sourcetext.h"
+#include "ctl/warning.h"
+#include "service/definitions/definitionpolicy.h"
+
 namespace VUKO::VUKOCrond::Ctl {
 
-/// Something that is accepted, or nearly, and means something else than whoever wrote it may think.
-struct Warning {
-    std::string strCode;  ///< stable, for programs
-    std::string strField; ///< key of the definition's member
+/// Why something is refused.
+struct ReviewError {
     std::string strText;
-    std::optional<std::string> rewrite; ///< a five-field text that says here what the other says in a classic crontab
+    Service::DefinitionPlace place = {};
+    std::string strBareText = {}; ///< where the text tells line and column itself: the text without them
+    /// Where it stands in the text that was looked at, where that is known.
+    std::optional<SourceSpan> span = {};
+};
+
+struct ReviewWarning : Warning {
+    std::optional<SourceSpan> span = {};
 };
 
 struct Review {
-    std::vector<std::string> vecErrors; ///< why it is refused
-    std::vector<Warning> vecWarnings;
+    std::vector<ReviewError> vecErrors;
+    std::vector<ReviewWarning> vecWarnings;
 };
 
 /// Looks at a five-field text.
 Review ReviewCrontab(const std::string& strCrontab);
 
 /// Looks at a definition: all that the library and the service have against it, and what may surprise.
-Review ReviewDefinition(const Json::Value& jsDefinition);
+///
+/// @param origin  where it lies, as far as that bears on the account that it may run as.
+Review ReviewDefinition(const Json::Value& jsDefinition,
+                        const Service::DefinitionOrigin& origin = Service::DefinitionOrigin());
 
-/// "errors" and "warnings", as the machine interface has them.
+/// Finds where the definition that was looked at has what is told of it.
+void FindSpans(Review& review, const Json::Value& jsDefinition, const SourceText& source);
+
+/// "errors", "positions" (of the errors: an object with "line" and "column", or null) and "warnings" (with "line" and
+/// "column" where these are known), as the machine interface has them.
+void PutReview(Json::Value& jsResult, const Review& review, const SourceText& source);
+
+/// The same without places.
 void PutReview(Json::Value& jsResult, const Review& review);
-
-/// What five fields mean here, in words. @param strCrontab  one that is accepted.
-std::string MeaningOf(const std::string& strCrontab);
 
 } // namespace VUKO::VUKOCrond::Ctl

@@ -1,20 +1,16 @@
 #include "service/report.h"
 
 #include <algorithm>
-#include <array>
 #include <ostream>
 #include <set>
 
+#include "service/engine/calendarnames.h"
 #include "service/logtext.h"
 
 namespace VUKO::VUKOCrond::Service {
 
 namespace {
 
-constexpr std::array<const char*, 7> WEEKDAYS = {"Sunday",   "Monday", "Tuesday", "Wednesday",
-                                                 "Thursday", "Friday", "Saturday"};
-constexpr std::array<const char*, 12> MONTHS = {"January", "February", "March",     "April",   "May",      "June",
-                                                "July",    "August",   "September", "October", "November", "December"};
 /// More times of day than that are not listed one by one.
 constexpr std::size_t MAX_LISTED_TIMES = 6;
 

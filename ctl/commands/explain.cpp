@@ -4,8 +4,9 @@
 
 #include "ctl/command.h"
 #include "ctl/jobs.h"
+#include "ctl/meaning.h"
 #include "ctl/nextstarts.h"
-#include "ctl/review.h"
+#include "ctl/reviewtext.h"
 #include "ctl/zone.h"
 
 namespace VUKO::VUKOCrond::Ctl {
@@ -21,8 +22,9 @@ ExitStatus Run(const std::string& strCrontab, const Common& common) {
     Json::Value jsResult(Json::objectValue);
     jsResult["crontab"] = strCrontab;
     jsResult["valid"] = bValid;
-    jsResult["meaning"] = bValid ? MeaningOf(strCrontab) : "";
-    PutReview(jsResult, review);
+    jsResult["meaning"] = MeaningOf(strCrontab);
+    const SourceText source(strCrontab);
+    PutReview(jsResult, review, source);
     jsResult["next"] = Json::Value(Json::arrayValue);
     if (bValid) {
         for (const NextStart& start :
@@ -39,17 +41,9 @@ ExitStatus Run(const std::string& strCrontab, const Common& common) {
         return bValid ? EXIT_DONE : EXIT_WRONG;
     }
     std::cout << "Meaning: " << (bValid ? MeaningOf(strCrontab) : "none, it is refused") << "\n";
-    for (const Json::Value& jsError : jsResult["errors"]) {
-        std::cout << "  Error: " << jsError.asString() << "\n";
-    }
-    for (const Warning& warning : review.vecWarnings) {
-        std::cout << "Warning: " << warning.strText << " [" << warning.strCode << "]\n";
-        if (warning.rewrite) {
-            std::cout << "         as in a classic crontab: \"" << *warning.rewrite << "\"\n";
-        }
-    }
+    PrintReview(std::cout, std::string(), review, source);
     for (const Json::Value& jsStart : jsResult["next"]) {
-        std::cout << "   Next: " << jsStart["local"].asString() << "\n";
+        std::cout << "Next: " << jsStart["local"].asString() << "\n";
     }
     return bValid ? EXIT_DONE : EXIT_WRONG;
 }

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 
 #include "platform/vukojson.h"
 #include "service/definitions/jsonfault.h"
@@ -14,30 +15,11 @@ namespace VUKO::VUKOCrond::Service {
 
 namespace {
 
-/// More than any definition that somebody wrote by hand. Reading one must not keep the service from its minutes.
-constexpr off_t FILE_SIZE_MAX = off_t{256} * 1024;
-
 /// How often a file that is changed while it is read is read again. Whoever writes it says so when it is done.
 constexpr int READINGS_MAX = 3;
 
 std::string ReadingFailure(int iErrno) {
     return iErrno == EFBIG ? "is too large" : std::string("cannot be read: ") + strerror(iErrno);
-}
-
-std::string WhyNoDefinitionFile(const struct stat& stFile, PackageOwner uidPackage) {
-    if (S_ISLNK(stFile.st_mode)) {
-        return "is a symbolic link";
-    }
-    if (!S_ISREG(stFile.st_mode)) {
-        return "is not a regular file";
-    }
-    if (stFile.st_nlink > 1) {
-        return "has " + std::to_string(stFile.st_nlink) + " hard links";
-    }
-    if (stFile.st_size > FILE_SIZE_MAX) {
-        return "is too large: " + std::to_string(stFile.st_size) + " bytes, at most " + std::to_string(FILE_SIZE_MAX);
-    }
-    return WhyUntrusted(stFile, uidPackage);
 }
 
 /// Reads what is held. A file that is held is there, so only the way to it can be missing.
@@ -85,6 +67,28 @@ std::string WhyUntrusted(const struct stat& stEntry, PackageOwner uidPackage) {
         return "belongs to uid " + std::to_string(stEntry.st_uid) + ", which may not define jobs here";
     }
     return std::string();
+}
+
+bool IsDefinitionFileName(const std::string& strName) {
+    constexpr std::string_view strSuffix = ".conf";
+    return strName.size() > strSuffix.size() && strName.ends_with(strSuffix) && strName.front() != '.';
+}
+
+std::string WhyNoDefinitionFile(const struct stat& stFile, PackageOwner uidPackage) {
+    if (S_ISLNK(stFile.st_mode)) {
+        return "is a symbolic link";
+    }
+    if (!S_ISREG(stFile.st_mode)) {
+        return "is not a regular file";
+    }
+    if (stFile.st_nlink > 1) {
+        return "has " + std::to_string(stFile.st_nlink) + " hard links";
+    }
+    if (stFile.st_size > DEFINITION_FILE_SIZE_MAX) {
+        return "is too large: " + std::to_string(stFile.st_size) + " bytes, at most " +
+               std::to_string(DEFINITION_FILE_SIZE_MAX);
+    }
+    return WhyUntrusted(stFile, uidPackage);
 }
 
 DefinitionFile ReadDefinitionFile(int iFolder, const std::string& strName, PackageOwner uidPackage) {

@@ -11,6 +11,15 @@
 
 namespace VUKO::VUKOCrond::Service {
 
+/// One file must not keep the service from its minutes, nor its refusals fill the system log.
+constexpr Json::ArrayIndex DEFINITIONS_IN_FILE_MAX = 1000;
+
+/// Bytes of a file: more than any definition that somebody wrote by hand.
+constexpr off_t DEFINITION_FILE_SIZE_MAX = off_t{256} * 1024;
+
+/// Whether a file of that name is read as a definition file: NAME.conf, not beginning with ".".
+bool IsDefinitionFileName(const std::string& strName);
+
 /// An account other than root and the service's own that may own definitions in one place; none in most places.
 using PackageOwner = std::optional<uid_t>;
 
@@ -22,6 +31,9 @@ bool IsTrustedOwner(uid_t uid);
 ///
 /// @return the reason, fit for a log line; empty when there is none.
 std::string WhyUntrusted(const struct stat& stEntry, PackageOwner uidPackage);
+
+/// The same for a definition file, which has to be a regular file with one name and of some size at most, too.
+std::string WhyNoDefinitionFile(const struct stat& stFile, PackageOwner uidPackage);
 
 /// A number that tells one state of a file or folder from the next: another entry in its place, another content, mode
 /// or owner. For telling a refusal again when there is something new to tell, and for nothing else.

@@ -24,11 +24,13 @@ constexpr std::size_t OTHER_ACCOUNTS_MAX = 8;
 /// The kernel takes no longer argument, its closing NUL included.
 constexpr std::size_t ARGUMENT_BYTES_MAX = std::size_t{128} * 1024 - 1;
 
-std::string InField(const char* szField, const std::string& strReason) {
-    return std::string("field \"") + szField + "\": " + strReason;
+/// An empty reason stays none.
+DefinitionFault InField(const char* szField, const std::string& strReason) {
+    return strReason.empty() ? DefinitionFault()
+                             : DefinitionFault{std::string("field \"") + szField + "\": " + strReason, {szField}};
 }
 
-std::string ExpectedText(const char* szField, const Json::Value& jsValue) {
+DefinitionFault ExpectedText(const char* szField, const Json::Value& jsValue) {
     return InField(szField, std::string("expected a text, found ") + KindOf(jsValue));
 }
 
@@ -57,13 +59,12 @@ std::string WhyBadAccountName(const std::string& strAccount) {
     return std::string();
 }
 
-std::string WhyBadUser(const Json::Value& jsDefinition) {
-    const std::string strReason = WhyBadAccountName(jsDefinition["user"].asString());
-    return strReason.empty() ? strReason : InField("user", strReason);
+DefinitionFault WhyBadUser(const Json::Value& jsDefinition) {
+    return InField("user", WhyBadAccountName(jsDefinition["user"].asString()));
 }
 
 /// Without a package's job the member is read by nobody; what it holds must only be fit to be printed.
-std::string WhyBadPackageUser(const Json::Value& jsDefinition) {
+DefinitionFault WhyBadPackageUser(const Json::Value& jsDefinition) {
     const Json::Value& jsAccount = jsDefinition["package_username"];
     std::string strReason;
     if (IsOfPackage(jsDefinition["user"].asString())) {
@@ -74,7 +75,7 @@ std::string WhyBadPackageUser(const Json::Value& jsDefinition) {
     } else if (jsAccount.isString() && HoldsControlCharacter(jsAccount.asString())) {
         strReason = Quoted(jsAccount.asString()) + " holds a control character";
     }
-    return strReason.empty() ? strReason : InField("package_username", strReason);
+    return InField("package_username", strReason);
 }
 
 std::string WhyBadSwitch(const Json::Value& jsValue) {
@@ -108,7 +109,7 @@ std::string WhyBadDescription(const Json::Value& jsValue) {
 }
 
 /// What only the service reads, and the library leaves alone.
-std::string WhyBadOption(const Json::Value& jsDefinition) {
+DefinitionFault WhyBadOption(const Json::Value& jsDefinition) {
     constexpr std::pair<const char*, std::string (*)(const Json::Value&)> OPTIONS[] = {
         {"enabled", WhyBadSwitch},
         {"overlap", WhyBadOverlap},
@@ -120,7 +121,7 @@ std::string WhyBadOption(const Json::Value& jsDefinition) {
             return InField(szField, strReason);
         }
     }
-    return std::string();
+    return {};
 }
 
 std::string WhyBadArgument(const std::string& strArgument) {
@@ -132,7 +133,7 @@ std::string WhyBadArgument(const std::string& strArgument) {
 }
 
 /// The arguments are what stands between blanks.
-std::string WhyBadCommandText(const std::string& strCommand) {
+DefinitionFault WhyBadCommandText(const std::string& strCommand) {
     std::vector<std::string> vecArguments;
     VUKOUtils::StringExplode(vecArguments, strCommand, " ");
     for (const std::string& strArgument : vecArguments) {
@@ -141,11 +142,11 @@ std::string WhyBadCommandText(const std::string& strCommand) {
             return InField("cmd", strReason);
         }
     }
-    return std::string();
+    return {};
 }
 
 /// The library takes numbers and objects here and gives up in the child, when the job is due.
-std::string WhyBadCommand(const Json::Value& jsDefinition) {
+DefinitionFault WhyBadCommand(const Json::Value& jsDefinition) {
     if (!jsDefinition.isMember("cmd_list")) {
         return WhyBadCommandText(jsDefinition["cmd"].asString());
     }
@@ -157,10 +158,12 @@ std::string WhyBadCommand(const Json::Value& jsDefinition) {
         const std::string strReason = jsList[i].isString() ? WhyBadArgument(jsList[i].asString())
                                                            : std::string("expected a text, found ") + KindOf(jsList[i]);
         if (!strReason.empty()) {
-            return InField("cmd_list", "element " + std::to_string(i + 1) + ": " + strReason);
+            DefinitionFault fault = InField("cmd_list", "element " + std::to_string(i + 1) + ": " + strReason);
+            fault.place.element = i;
+            return fault;
         }
     }
-    return std::string();
+    return {};
 }
 
 /// Whether one account name is root's or, where it has to be, not the folder's owner's.
@@ -178,25 +181,22 @@ std::string WhyOthersAccount(const std::string& strAccount, const DefinitionOrig
 
 /// A package with an account of its own writes its definitions itself, so what they say about the account is checked:
 /// never root, and nobody but the owner of the package's sub-folder.
-std::string WhyBadPackageAccount(const Json::Value& jsDefinition, const DefinitionOrigin& origin) {
+DefinitionFault WhyBadPackageAccount(const Json::Value& jsDefinition, const DefinitionOrigin& origin) {
     const std::string strUser = jsDefinition["user"].asString();
     if (strUser != "package") {
         return InField("user", "expected \"package\" in this folder, found " + Quoted(strUser));
     }
-    std::string strReason = WhyBadPackageUser(jsDefinition);
-    if (strReason.empty()) {
-        strReason = WhyOthersAccount(jsDefinition["package_username"].asString(), origin);
-        strReason = strReason.empty() ? strReason : InField("package_username", strReason);
-    }
-    return strReason;
+    DefinitionFault fault = WhyBadPackageUser(jsDefinition);
+    return fault ? fault
+                 : InField("package_username", WhyOthersAccount(jsDefinition["package_username"].asString(), origin));
 }
 
-std::string WhyBadAccount(const Json::Value& jsDefinition, const DefinitionOrigin& origin) {
+DefinitionFault WhyBadAccount(const Json::Value& jsDefinition, const DefinitionOrigin& origin) {
     if (origin.bOfPackageAccount) {
         return WhyBadPackageAccount(jsDefinition, origin);
     }
-    const std::string strReason = WhyBadUser(jsDefinition);
-    return strReason.empty() ? WhyBadPackageUser(jsDefinition) : strReason;
+    DefinitionFault fault = WhyBadUser(jsDefinition);
+    return fault ? fault : WhyBadPackageUser(jsDefinition);
 }
 
 } // namespace
@@ -243,16 +243,19 @@ std::string WhyBadName(const std::string& strName) {
     return HoldsControlCharacter(strName) ? Quoted(strName) + " holds a control character" : std::string();
 }
 
+DefinitionFault FindRefused(const Json::Value& jsDefinition, const DefinitionOrigin& origin) {
+    DefinitionFault fault = InField("name", WhyBadName(jsDefinition["name"].asString()));
+    if (!fault) {
+        fault = WhyBadAccount(jsDefinition, origin);
+    }
+    if (!fault) {
+        fault = WhyBadCommand(jsDefinition);
+    }
+    return fault ? fault : WhyBadOption(jsDefinition);
+}
+
 std::string WhyRefused(const Json::Value& jsDefinition, const DefinitionOrigin& origin) {
-    std::string strReason = WhyBadName(jsDefinition["name"].asString());
-    if (!strReason.empty()) {
-        return InField("name", strReason);
-    }
-    strReason = WhyBadAccount(jsDefinition, origin);
-    if (strReason.empty()) {
-        strReason = WhyBadCommand(jsDefinition);
-    }
-    return strReason.empty() ? WhyBadOption(jsDefinition) : strReason;
+    return FindRefused(jsDefinition, origin).strReason;
 }
 
 } // namespace VUKO::VUKOCrond::Service

@@ -8,6 +8,8 @@
 #include <optional>
 #include <string>
 
+#include "service/definitions/definitionfault.h"
+
 namespace VUKO::VUKOCrond::Service {
 
 /// The user id of an account by its name; nothing when there is no such account.
@@ -45,5 +47,8 @@ std::string WhyBadName(const std::string& strName);
 /// @param jsDefinition  one that WhyInvalid() has nothing against.
 /// @return the first reason to refuse it, in one line that is fit for a log; empty when there is none.
 std::string WhyRefused(const Json::Value& jsDefinition, const DefinitionOrigin& origin);
+
+/// The same with its place in the definition.
+DefinitionFault FindRefused(const Json::Value& jsDefinition, const DefinitionOrigin& origin);
 
 } // namespace VUKO::VUKOCrond::Service

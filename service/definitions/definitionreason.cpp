@@ -24,12 +24,13 @@ struct FieldDomain {
 constexpr std::array<FieldDomain, 5> FIELDS = {
     {{"minute", 0, 59}, {"hour", 0, 23}, {"day", 1, 31}, {"month", 1, 12}, {"week", 0, 6}}};
 
-std::string InField(const std::string& strField, const std::string& strReason) {
-    return "field " + Quoted(strField) + ": " + strReason;
+DefinitionFault InField(const std::string& strField, const std::string& strReason) {
+    return {"field " + Quoted(strField) + ": " + strReason, {strField}};
 }
 
 /// "expected WHAT, found KIND", or that the field is not there at all.
-std::string Unexpected(const Json::Value& jsDefinition, const std::string& strField, const std::string& strExpected) {
+DefinitionFault Unexpected(const Json::Value& jsDefinition, const std::string& strField,
+                           const std::string& strExpected) {
     if (!jsDefinition.isMember(strField)) {
         return InField(strField, "missing, expected " + strExpected);
     }
@@ -79,45 +80,66 @@ std::string WhyNoRandomRange(const FieldDomain& field, const std::string& strPie
     return std::string();
 }
 
-std::string WhyNoField(const FieldDomain& field, const std::string& strField) {
-    std::vector<std::string> vecPieces;
-    VUKOUtils::StringExplode(vecPieces, strField, ",");
-    for (const std::string& strPiece : vecPieces) {
+/// One of the pieces of a text between separators, of which empty ones do not count.
+struct Piece {
+    std::string strText;
+    std::size_t uFrom; ///< where it begins in the text
+};
+
+std::vector<Piece> PiecesOf(const std::string& strText, const char* szSeparator) {
+    std::vector<std::string> vecTexts;
+    VUKOUtils::StringExplode(vecTexts, strText, szSeparator);
+    std::vector<Piece> vecPieces;
+    std::size_t uFrom = 0;
+    for (const std::string& strPiece : vecTexts) {
+        uFrom = strText.find(strPiece, uFrom);
+        vecPieces.push_back({strPiece, uFrom});
+        uFrom += strPiece.size();
+    }
+    return vecPieces;
+}
+
+/// The first item of a field that is no good, with its place in the whole text.
+DefinitionFault WhyNoField(const FieldDomain& field, const Piece& text) {
+    for (const Piece& piece : PiecesOf(text.strText, ",")) {
+        const std::string& strPiece = piece.strText;
         if (strPiece.front() == '~' || strPiece.front() == '*') {
             continue; // whatever follows is not read
         }
         const std::string strReason =
             strPiece.find('~') == std::string::npos ? WhyNoValue(field, strPiece) : WhyNoRandomRange(field, strPiece);
         if (!strReason.empty()) {
-            return std::string(field.szName) + ": " + strReason;
+            DefinitionFault fault = InField("crontab", std::string(field.szName) + ": " + strReason);
+            fault.place.uFrom = text.uFrom + piece.uFrom;
+            fault.place.uCount = strPiece.size();
+            return fault;
         }
     }
-    return std::string();
+    return {};
 }
 
 /// A number in the place of the text is converted by the library, but never into five fields.
-std::string WhyNoCrontab(const Json::Value& jsDefinition) {
+DefinitionFault WhyNoCrontab(const Json::Value& jsDefinition) {
     if (!jsDefinition["crontab"].isString()) {
         return Unexpected(jsDefinition, "crontab", "a text of five fields");
     }
-    std::vector<std::string> vecFields;
-    VUKOUtils::StringExplode(vecFields, jsDefinition["crontab"].asString(), " ");
+    const std::vector<Piece> vecFields = PiecesOf(jsDefinition["crontab"].asString(), " ");
     if (vecFields.size() != FIELDS.size()) {
         return InField("crontab",
                        "expected five fields separated by blanks, found " + std::to_string(vecFields.size()));
     }
     for (std::size_t i = 0; i < FIELDS.size(); ++i) {
-        const std::string strReason = WhyNoField(FIELDS[i], vecFields[i]);
-        if (!strReason.empty()) {
-            return InField("crontab", strReason);
+        DefinitionFault fault = WhyNoField(FIELDS[i], vecFields[i]);
+        if (fault) {
+            return fault;
         }
     }
-    return std::string();
+    return {};
 }
 
 /// The first letter of "period" chooses the kind, in either case; a period that holds the whole word "crontab" needs
 /// the field "crontab" whatever its first letter is.
-std::string WhyNoPeriod(const Json::Value& jsDefinition) {
+DefinitionFault WhyNoPeriod(const Json::Value& jsDefinition) {
     if (!jsDefinition["period"].isString()) {
         return Unexpected(jsDefinition, "period", "a text");
     }
@@ -132,13 +154,13 @@ std::string WhyNoPeriod(const Json::Value& jsDefinition) {
     if (strPeriod.find("crontab") != std::string::npos && !jsDefinition["crontab"].isString()) {
         return Unexpected(jsDefinition, "crontab", "a text, as \"period\" speaks of a crontab");
     }
-    return std::string();
+    return {};
 }
 
-std::string WhyNoCommand(const Json::Value& jsDefinition) {
+DefinitionFault WhyNoCommand(const Json::Value& jsDefinition) {
     const Json::Value& jsList = jsDefinition["cmd_list"];
     if (!jsDefinition.isMember("cmd_list")) {
-        return jsDefinition["cmd"].isString() ? std::string()
+        return jsDefinition["cmd"].isString() ? DefinitionFault()
                                               : Unexpected(jsDefinition, "cmd", "a text (or an array in \"cmd_list\")");
     }
     if (!jsList.isArray() && !(jsList.isObject() && jsDefinition["cmd"].isString())) {
@@ -148,24 +170,26 @@ std::string WhyNoCommand(const Json::Value& jsDefinition) {
     for (const Json::Value& jsArgument : jsList) {
         ++uElement;
         if (!jsArgument.isConvertibleTo(Json::stringValue)) {
-            return InField("cmd_list",
-                           "element " + std::to_string(uElement) + ": expected a text, found " + KindOf(jsArgument));
+            DefinitionFault fault = InField("cmd_list", "element " + std::to_string(uElement) +
+                                                            ": expected a text, found " + KindOf(jsArgument));
+            fault.place.element = static_cast<Json::ArrayIndex>(uElement - 1);
+            return fault;
         }
     }
-    return uElement == 0 ? InField("cmd_list", "expected at least one element, found none") : std::string();
+    return uElement == 0 ? InField("cmd_list", "expected at least one element, found none") : DefinitionFault();
 }
 
-std::string WhyNoAccount(const Json::Value& jsDefinition) {
+DefinitionFault WhyNoAccount(const Json::Value& jsDefinition) {
     if (!jsDefinition["user"].isString()) {
         return Unexpected(jsDefinition, "user", "a text");
     }
     if (jsDefinition["user"].asString() == "package" && !jsDefinition.isMember("package_username")) {
         return Unexpected(jsDefinition, "package_username", "an account name, as \"user\" is \"package\"");
     }
-    return std::string();
+    return {};
 }
 
-std::string WhyNoSettings(const Json::Value& jsDefinition) {
+DefinitionFault WhyNoSettings(const Json::Value& jsDefinition) {
     const Json::Value& jsHours = jsDefinition["assure_execute"];
     if (!jsHours.isConvertibleTo(Json::intValue)) {
         if (!jsHours.isNumeric()) {
@@ -178,11 +202,11 @@ std::string WhyNoSettings(const Json::Value& jsDefinition) {
     if (!jsDefinition["run_on_passive"].isConvertibleTo(Json::booleanValue)) {
         return Unexpected(jsDefinition, "run_on_passive", "true or false");
     }
-    return std::string();
+    return {};
 }
 
-std::string WhyNoName(const Json::Value& jsDefinition) {
-    return jsDefinition["name"].isString() ? std::string() : Unexpected(jsDefinition, "name", "a text");
+DefinitionFault WhyNoName(const Json::Value& jsDefinition) {
+    return jsDefinition["name"].isString() ? DefinitionFault() : Unexpected(jsDefinition, "name", "a text");
 }
 
 } // namespace
@@ -207,17 +231,21 @@ const char* KindOf(const Json::Value& jsValue) {
     return "something else";
 }
 
-std::string WhyInvalid(const Json::Value& jsDefinition) {
+DefinitionFault FindInvalid(const Json::Value& jsDefinition) {
     if (!jsDefinition.isObject()) {
-        return std::string("expected an object, found ") + KindOf(jsDefinition);
+        return {std::string("expected an object, found ") + KindOf(jsDefinition), {}};
     }
     for (const auto pRule : {WhyNoName, WhyNoAccount, WhyNoPeriod, WhyNoCommand, WhyNoSettings}) {
-        std::string strReason = pRule(jsDefinition);
-        if (!strReason.empty()) {
-            return strReason;
+        DefinitionFault fault = pRule(jsDefinition);
+        if (fault) {
+            return fault;
         }
     }
-    return std::string();
+    return {};
+}
+
+std::string WhyInvalid(const Json::Value& jsDefinition) {
+    return FindInvalid(jsDefinition).strReason;
 }
 
 } // namespace VUKO::VUKOCrond::Service

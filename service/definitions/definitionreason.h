@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "service/definitions/definitionfault.h"
+
 namespace VUKO::VUKOCrond::Service {
 
 /// Tells why the library would make an invalid job of a definition: which field, which value, and what was expected.
@@ -12,6 +14,9 @@ namespace VUKO::VUKOCrond::Service {
 /// @return the first reason, in one line that is fit for a log; empty when CronJob({"config": jsDefinition}) is valid.
 ///         Changes, logs and throws nothing.
 std::string WhyInvalid(const Json::Value& jsDefinition);
+
+/// The same with its place in the definition.
+DefinitionFault FindInvalid(const Json::Value& jsDefinition);
 
 /// What a value is, in the words of a reason: "a text", "a number", "null", ...
 const char* KindOf(const Json::Value& jsValue);

@@ -10,7 +10,6 @@
 #include <cstring>
 #include <memory>
 #include <sstream>
-#include <string_view>
 #include <utility>
 
 #include "crond/cronjob.h"
@@ -23,9 +22,6 @@
 namespace VUKO::VUKOCrond::Service {
 
 namespace {
-
-/// One file must not keep the service from its minutes, nor its refusals fill the system log.
-constexpr Json::ArrayIndex DEFINITIONS_IN_FILE_MAX = 1000;
 
 constexpr int OPEN_FOLDER = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
@@ -41,11 +37,6 @@ std::array<DefinitionFolder, 4> DefinitionFolders() {
              {SZK_CRON_FOLDER_BUILT_IN_DYN, SZF_CRON_FOLDER_BUILT_IN_DYN, false},
              {SZK_CRON_FOLDER_PKG, SZF_CRON_FOLDER_PKG, false},
              {SZK_CRON_FOLDER_PKG_NONROOT, SZF_CRON_FOLDER_PKG_NONROOT, true}}};
-}
-
-bool IsDefinitionName(const std::string& strName) {
-    constexpr std::string_view strSuffix = ".conf";
-    return strName.size() > strSuffix.size() && strName.ends_with(strSuffix);
 }
 
 /// What a definition looks like in one line, as the service keeps it.
@@ -198,14 +189,14 @@ void Scanner::RefuseNoFolder(const OpenFolder& parent, const std::string& strNam
         Refuse(place, "is a symbolic link");
     } else if (S_ISDIR(stEntry.st_mode)) {
         Refuse(place, std::string("cannot be opened: ") + strerror(iErrno));
-    } else if (IsDefinitionName(strName)) {
+    } else if (IsDefinitionFileName(strName)) {
         Refuse(place, "lies in no package's folder");
     }
 }
 
 void Scanner::ScanFiles(const OpenFolder& folder) {
     Budget budget;
-    for (const std::string& strName : NamesIn(folder, IsDefinitionName)) {
+    for (const std::string& strName : NamesIn(folder, IsDefinitionFileName)) {
         if (!ScanFile(folder, strName, budget)) {
             return;
         }

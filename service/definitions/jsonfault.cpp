@@ -17,20 +17,20 @@ constexpr std::size_t TEXT_MAX = std::size_t{256} * 1024;
 constexpr int DEPTH_MAX = 128;
 
 /// The first of the library's faults, which it gives as "* Line 1, Column 2\n  What is wrong\n", on one line.
-std::string FirstFault(const std::string& strFaults) {
-    static const std::regex fault(R"(Line (\d+), Column (\d+)\n *([^\n]{1,200}))");
+JsonFault FirstFault(const std::string& strFaults) {
+    static const std::regex fault(R"(Line (\d{1,9}), Column (\d{1,9})\n *([^\n]{1,200}))");
     std::smatch match;
     if (!std::regex_search(strFaults, match, fault)) {
-        return std::string();
+        return {"no reason is known"};
     }
-    return "line " + match[1].str() + ", column " + match[2].str() + ": " + match[3].str();
+    return {Escaped(match[3].str()), std::stoul(match[1].str()), std::stoul(match[2].str())};
 }
 
 } // namespace
 
-std::string WhyNotJson(const std::string& strText) {
+JsonFault FindJsonFault(const std::string& strText) {
     if (strText.find_first_not_of(" \t\r\n") == std::string::npos) {
-        return "the file is empty";
+        return {"the file is empty"};
     }
     Json::CharReaderBuilder builder;
     Json::CharReaderBuilder::strictMode(&builder.settings_);
@@ -41,13 +41,19 @@ std::string WhyNotJson(const std::string& strText) {
     std::string strFaults;
     try {
         if (reader->parse(strText.data(), strText.data() + strText.size(), &jsIgnored, &strFaults)) {
-            return "it holds bytes that are no UTF-8, a bare control character or a number of another form";
+            return {"it holds bytes that are no UTF-8, a bare control character or a number of another form"};
         }
     } catch (const std::exception&) {
-        return "it is nested too deep";
+        return {"it is nested too deep"};
     }
-    const std::string strFirst = FirstFault(strFaults);
-    return strFirst.empty() ? "no reason is known" : Escaped(strFirst);
+    return FirstFault(strFaults);
+}
+
+std::string WhyNotJson(const std::string& strText) {
+    const JsonFault fault = FindJsonFault(strText);
+    return fault.uLine == 0 ? fault.strText
+                            : "line " + std::to_string(fault.uLine) + ", column " + std::to_string(fault.uColumn) +
+                                  ": " + fault.strText;
 }
 
 std::string WhyFileIsNotJson(const std::string& strPath) {

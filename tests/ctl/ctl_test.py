@@ -171,7 +171,7 @@ class Review(unittest.TestCase):
         self.assertEqual((valid, errors), (False, ['definition 2 "b": field "crontab": minute: "1-5" is no number']))
         done = tool("check", "-", text='{"name": }')
         self.assertEqual(done.returncode, 1)
-        self.assertIn("-: error: is not JSON: line 1, column", done.stdout)
+        self.assertIn("-:1:10: error: is not JSON: ", done.stdout)
         self.assertIn("cannot be read: No such file", tool("check", "/no/such").stdout)
 
     def test_explain_tells_the_meaning_and_the_next_starts(self):

@@ -143,8 +143,9 @@ class Manual(unittest.TestCase):
                 self.assertEqual(shown, options_of(help_of(TOOL, command)) - EVERYWHERE)
 
     def test_lists_each_code_of_a_warning(self):
-        source = (SOURCE / "ctl/review.cpp").read_text(encoding="utf-8")
-        codes = re.findall(r'(?:\bWarn\(|push_back\(\{)"([\w-]+)"', source)
+        source = "".join((SOURCE / "ctl" / name).read_text(encoding="utf-8") for name in
+                         ("checkedfile.cpp", "crontabreview.cpp", "definitionreview.cpp", "definitionreview.h"))
+        codes = set(re.findall(r'(?:\bWarn\((?:review, |file\.review, |_vecFiles\.back\(\)\.review, )?|\{\{|CODE_\w+ = )"([\w-]+)"', source))
         table = page("vukocronctl.1").partition("\n.Sh WARNINGS\n")[2].partition("\ncode ")[2].partition("\n.Ed")[0]
         self.assertGreater(len(codes), 2)
         self.assertEqual(sorted(re.findall(r"^([\w-]+) ", table, re.M)), sorted(codes))

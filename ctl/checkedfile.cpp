@@ -1,0 +1,229 @@
+#include "ctl/checkedfile.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+
+#include "crond/cronjob.h"
+#include "ctl/document.h"
+#include "service/definitions/definitionfile.h"
+#include "service/definitions/definitionpolicy.h"
+#include "service/definitions/definitionreason.h"
+#include "service/logtext.h"
+
+namespace VUKO::VUKOCrond::Ctl {
+
+namespace fs = std::filesystem;
+
+using Service::Quoted;
+
+namespace {
+
+fs::path Canonical(const fs::path& path) {
+    std::error_code error;
+    return fs::weakly_canonical(path.empty() ? fs::path(".") : path, error);
+}
+
+bool IsFolder(const std::string& strPath) {
+    std::error_code error;
+    return fs::is_directory(strPath, error);
+}
+
+void Warn(Review& review, const char* szCode, const std::string& strText) {
+    review.vecWarnings.push_back({{szCode, strText, {}}});
+}
+
+/// The entries that the service reads, in its order; sub-folders where it reads these.
+std::vector<std::string> EntriesOf(const std::string& strFolder, bool bFolders) {
+    std::vector<std::string> vecPaths;
+    std::error_code error;
+    for (fs::directory_iterator it(strFolder, error), itEnd; !error && it != itEnd; it.increment(error)) {
+        const std::string strName = it->path().filename().string();
+        const bool bWanted =
+            bFolders ? strName.front() != '.' && IsFolder(it->path().string()) : Service::IsDefinitionFileName(strName);
+        if (bWanted) {
+            vecPaths.push_back((fs::path(strFolder) / strName).string());
+        }
+    }
+    std::sort(vecPaths.begin(), vecPaths.end());
+    return vecPaths;
+}
+
+/// The stores, and whoever uses them, know a job's file by the job's name.
+void LookAtFileName(Review& review, const CheckedFile& file, const Json::Value& jsDefinition) {
+    const std::string strFileName = fs::path(file.strFile).filename().string();
+    if (jsDefinition["name"].isString() && strFileName != jsDefinition["name"].asString() + ".conf") {
+        review.vecWarnings.push_back({{"file-name",
+                                       "the job is looked for in " + Quoted(jsDefinition["name"].asString() + ".conf") +
+                                           " by whoever replaces or removes it",
+                                       {"name"}}});
+    }
+}
+
+} // namespace
+
+/// What the place of a file means for it.
+struct FileChecker::Folder {
+    std::string strPath;     ///< canonical
+    bool bOfService = false; ///< whether the service reads here
+    Service::DefinitionOrigin origin = {};
+    std::string strReason = {}; ///< why nothing here is taken
+};
+
+FileChecker::Folder FileChecker::FolderOf(const std::string& strFile) const {
+    const fs::path path = Canonical(fs::path(strFile).parent_path());
+    Folder folder{path.string()};
+    for (const auto& [szKey, szPath] : {std::pair(SZK_CRON_FOLDER_BUILT_IN, SZF_CRON_FOLDER_BUILT_IN),
+                                        {SZK_CRON_FOLDER_BUILT_IN_DYN, SZF_CRON_FOLDER_BUILT_IN_DYN},
+                                        {SZK_CRON_FOLDER_PKG, SZF_CRON_FOLDER_PKG}}) {
+        if (path == Canonical(_strRoot + szPath)) {
+            folder.bOfService = true;
+            folder.origin.strFolder = szKey;
+        }
+    }
+    const fs::path parent = Canonical(_strRoot + SZF_CRON_FOLDER_PKG_NONROOT);
+    if (path == parent) {
+        folder.bOfService = true;
+        folder.strReason = "lies in no package's folder";
+    } else if (path.parent_path() == parent) {
+        struct stat stFolder = {};
+        folder.bOfService = true;
+        folder.origin.strFolder = SZK_CRON_FOLDER_PKG_NONROOT;
+        folder.origin.strPackage = path.filename().string();
+        folder.origin.bOfPackageAccount = true;
+        if (stat(path.c_str(), &stFolder) == 0) {
+            folder.strReason = Service::WhyUntrusted(stFolder, stFolder.st_uid);
+            folder.strReason.insert(0, folder.strReason.empty() ? "" : "its folder ");
+            if (stFolder.st_uid != 0) {
+                folder.origin.uidPackage = stFolder.st_uid;
+            }
+        }
+    }
+    return folder;
+}
+
+void FileChecker::Check(const std::string& strPath) {
+    if (strPath != "-" && IsFolder(strPath)) {
+        CheckFolder(strPath);
+    } else {
+        CheckFile(strPath);
+    }
+}
+
+void FileChecker::CheckFolder(const std::string& strFolder) {
+    const std::size_t uBefore = _vecFiles.size();
+    if (Canonical(strFolder) == Canonical(_strRoot + SZF_CRON_FOLDER_PKG_NONROOT)) {
+        for (const std::string& strPackage : EntriesOf(strFolder, true)) {
+            CheckFolder(strPackage);
+        }
+    }
+    for (const std::string& strFile : EntriesOf(strFolder, false)) {
+        CheckFile(strFile);
+    }
+    if (_vecFiles.size() == uBefore) {
+        _vecFiles.push_back({strFolder});
+        Warn(_vecFiles.back().review, "no-definitions", "the folder holds no definition file NAME.conf");
+    }
+}
+
+void FileChecker::CheckFile(const std::string& strFile) {
+    Document document = ReadDocument(strFile);
+    CheckedFile file{strFile, SourceText(std::move(document.strText))};
+    const Folder folder = strFile == "-" ? Folder{"-"} : FolderOf(strFile);
+    if (document.strReason.empty()) {
+        LookAtDocument(file, folder, document.jsValue);
+    } else {
+        ReviewError error{document.strReason, {}, document.strBareReason};
+        if (document.uLine != 0) {
+            const std::size_t uOffset = file.source.OffsetOf(document.uLine, document.uByteColumn);
+            error.span = SourceSpan{uOffset, uOffset};
+        }
+        file.review.vecErrors.push_back(error);
+    }
+    LookAtFile(file, folder);
+    _vecFiles.push_back(std::move(file));
+}
+
+/// What the service has against the file itself. That bears on none of the definitions in it.
+void FileChecker::LookAtFile(CheckedFile& file, const Folder& folder) const {
+    struct stat stFile = {};
+    if (!folder.bOfService || lstat(file.strFile.c_str(), &stFile) != 0) {
+        return;
+    }
+    if (!Service::IsDefinitionFileName(fs::path(file.strFile).filename().string())) {
+        Warn(file.review, "not-read", "the service does not read it: its name is not NAME.conf, or begins with a dot");
+        return;
+    }
+    std::string strReason = folder.strReason;
+    if (strReason.empty()) {
+        strReason = Service::WhyNoDefinitionFile(stFile, folder.origin.uidPackage);
+    }
+    if (!strReason.empty()) {
+        Warn(file.review, "file-refused", "the service refuses the file: " + strReason);
+    }
+}
+
+void FileChecker::LookAtDocument(CheckedFile& file, const Folder& folder, const Json::Value& jsDocument) {
+    const bool bArray = jsDocument.isArray();
+    if (!bArray && !jsDocument.isObject()) {
+        file.review.vecErrors.push_back(
+            {std::string("expected an object or an array of objects, found ") + Service::KindOf(jsDocument)});
+        FindSpans(file.review, jsDocument, file.source);
+        return;
+    }
+    const auto uSize = static_cast<off_t>(file.source.Text().size());
+    if (uSize > Service::DEFINITION_FILE_SIZE_MAX) {
+        file.review.vecErrors.push_back({"is too large: " + std::to_string(uSize) + " bytes, at most " +
+                                         std::to_string(Service::DEFINITION_FILE_SIZE_MAX)});
+    }
+    if (bArray && jsDocument.size() > Service::DEFINITIONS_IN_FILE_MAX) {
+        file.review.vecErrors.push_back({"holds " + std::to_string(jsDocument.size()) + " definitions, at most " +
+                                         std::to_string(Service::DEFINITIONS_IN_FILE_MAX) + " are taken"});
+    }
+    if (bArray && jsDocument.empty()) {
+        Warn(file.review, "no-definitions", "the file holds no definition");
+    }
+    for (Json::ArrayIndex i = 0; i < (bArray ? jsDocument.size() : 1); ++i) {
+        const Json::Value& jsDefinition = bArray ? jsDocument[i] : jsDocument;
+        std::string strWhere = bArray ? "definition " + std::to_string(i + 1) : std::string();
+        if (bArray && jsDefinition.isObject() && jsDefinition["name"].isString()) {
+            strWhere += " " + Quoted(jsDefinition["name"].asString());
+        }
+        strWhere += bArray ? ": " : "";
+        Review review = ReviewDefinition(jsDefinition, folder.origin);
+        LookAtName(review, file, folder, jsDefinition);
+        if (!bArray && folder.bOfService && jsDefinition.isObject()) {
+            LookAtFileName(review, file, jsDefinition);
+        }
+        FindSpans(review, jsDefinition, file.source);
+        for (ReviewError& error : review.vecErrors) {
+            error.strText.insert(0, strWhere);
+            file.review.vecErrors.push_back(std::move(error));
+        }
+        for (ReviewWarning& warning : review.vecWarnings) {
+            warning.strText.insert(0, strWhere);
+            file.review.vecWarnings.push_back(std::move(warning));
+        }
+    }
+}
+
+/// What a name has to do with those of other definitions.
+void FileChecker::LookAtName(Review& review, const CheckedFile& file, const Folder& folder,
+                             const Json::Value& jsDefinition) {
+    if (!jsDefinition.isObject() || !jsDefinition["name"].isString()) {
+        return;
+    }
+    const std::string strName = jsDefinition["name"].asString();
+    const auto [itTaken, bFirst] = _mapTaken.emplace(std::pair(folder.strPath, strName), file.strFile);
+    if (!bFirst) {
+        const std::string strOther = itTaken->second == file.strFile ? "before" : "in " + itTaken->second;
+        review.vecWarnings.push_back(
+            {{"repeated-name",
+              Quoted(strName) + " is defined " + strOther + " already, and the first one holds",
+              {"name"}}});
+    }
+}
+
+} // namespace VUKO::VUKOCrond::Ctl

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ctl/review.h"
+#include "ctl/sourcetext.h"
+
+namespace VUKO::VUKOCrond::Ctl {
+
+/// A definition file and what there is to say about it and the definitions in it.
+struct CheckedFile {
+    std::string strFile;
+    SourceText source{std::string()};
+    Review review = {};
+};
+
+/// Looks at definition files. What the service has against a file itself (who may write it, its name) is told of files
+/// that lie where the service reads: there it is refused, elsewhere it is a draft.
+class FileChecker {
+public:
+    /// @param strRoot  the folder that all the service's folders lie below; empty for none.
+    explicit FileChecker(std::string strRoot) : _strRoot(std::move(strRoot)) {}
+
+    /// Looks at a file ("-": standard input), or at each file in a folder that the service would read there.
+    void Check(const std::string& strPath);
+    std::vector<CheckedFile> Take() { return std::move(_vecFiles); }
+
+private:
+    struct Folder;
+
+    Folder FolderOf(const std::string& strFile) const;
+    void CheckFolder(const std::string& strFolder);
+    void CheckFile(const std::string& strFile);
+    void LookAtFile(CheckedFile& file, const Folder& folder) const;
+    void LookAtDocument(CheckedFile& file, const Folder& folder, const Json::Value& jsDocument);
+    void LookAtName(Review& review, const CheckedFile& file, const Folder& folder, const Json::Value& jsDefinition);
+
+    std::string _strRoot;
+    std::vector<CheckedFile> _vecFiles;
+    /// Folder and name of each definition that was met, and its file.
+    std::map<std::pair<std::string, std::string>, std::string> _mapTaken;
+};
+
+} // namespace VUKO::VUKOCrond::Ctl
