@@ -52,6 +52,14 @@ install(FILES packaging/ha/keepalived.conf packaging/ha/keepalived.service.conf 
   DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/ha)
 install(PROGRAMS packaging/ha/vukocrond-role DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/ha)
 
+# Where each shell looks for the completions of a package. A distribution may have them elsewhere.
+set(VUKO_INSTALL_BASH_COMPLETIONS ${CMAKE_INSTALL_DATADIR}/bash-completion/completions CACHE STRING
+  "Folder of bash's completions")
+set(VUKO_INSTALL_ZSH_COMPLETIONS ${CMAKE_INSTALL_DATADIR}/zsh/site-functions CACHE STRING
+  "Folder of zsh's completions")
+install(FILES packaging/completion/vukocronctl.bash DESTINATION ${VUKO_INSTALL_BASH_COMPLETIONS} RENAME vukocronctl)
+install(FILES packaging/completion/_vukocronctl DESTINATION ${VUKO_INSTALL_ZSH_COMPLETIONS})
+
 # Below the prefix like all else, in the folder that systemd has for units of packages. Where the prefix is /usr, a
 # package sets CMAKE_INSTALL_SYSCONFDIR to /etc, which is where logrotate looks.
 set(VUKO_INSTALL_UNITS lib/systemd/system)

@@ -2,6 +2,7 @@
 #include <iostream>
 
 #include "ctl/command.h"
+#include "ctl/completion.h"
 #include "ctl/text.h"
 
 namespace {
@@ -34,6 +35,9 @@ ExitStatus Work(int iCount, char** aArguments) {
     for (const auto add : {AddNext, AddSimulate, AddCheck, AddExplain, AddStatus, AddList, AddShow, AddHistory, AddWhy,
                            AddRun, AddOneRequestCommands}) {
         add(app, common);
+    }
+    if (iCount > 1 && aArguments[1] == std::string(COMPLETE)) {
+        return Complete(app, {aArguments + 2, aArguments + iCount}, std::cout);
     }
     try {
         app.parse(iCount, aArguments);

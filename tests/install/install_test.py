@@ -83,6 +83,10 @@ class Install(unittest.TestCase):
         for page in ("man1/vukocronctl.1", "man5/vukocrond.conf.5", "man8/vukocrond.8"):
             self.assertIn("\n.Sh NAME\n", (self.tree / "share/man" / page).read_text(encoding="utf-8"))
 
+    def test_the_completions_of_the_shells_are_there(self):
+        for file, first in (("bash-completion/completions/vukocronctl", "# Bash"), ("zsh/site-functions/_vukocronctl", "#compdef")):
+            self.assertTrue((self.tree / "share" / file).read_text(encoding="utf-8").startswith(first))
+
     def test_the_unit_names_the_program_where_it_was_installed(self):
         unit = (self.tree / "lib/systemd/system/vukocrond.service").read_text(encoding="utf-8")
         self.assertIn(f"\nExecStart=/{PREFIX}/sbin/vukocrond\n", unit)
