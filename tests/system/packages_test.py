@@ -90,6 +90,8 @@ class Packages(MachineTest):
     def assert_beside_the_programs(self):
         for page in ("1 vukocronctl", "5 vukocrond.conf", "8 vukocrond"):
             self.assertRegex(self.machine.run("man", "--where", *page.split()).stdout, r"^/usr/share/man/man\d/")
+        page = self.machine.run("zcat", "/usr/share/man/man8/vukocrond.8.gz").stdout
+        self.assertIn("\nExecStart=/usr/sbin/vukocrond --", page)
         self.assertIn("Handling 2 logs", self.machine.run("logrotate", "--debug", ROTATION).stderr)
         self.assertEqual(self.machine.run("dpkg-query", "--show", "--showformat=${Conffiles}", "vukocrond").stdout.split()[::2],
                          [ROTATION])
