@@ -139,6 +139,8 @@ void FileChecker::CheckFile(const std::string& strFile) {
         if (document.uLine != 0) {
             const std::size_t uOffset = file.source.OffsetOf(document.uLine, document.uByteColumn);
             error.span = SourceSpan{uOffset, uOffset};
+        } else if (document.uBadByte != std::string::npos) {
+            error.span = SourceSpan{document.uBadByte, document.uBadByte + 1};
         }
         file.review.vecErrors.push_back(error);
     }
@@ -187,11 +189,7 @@ void FileChecker::LookAtDocument(CheckedFile& file, const Folder& folder, const 
     }
     for (Json::ArrayIndex i = 0; i < (bArray ? jsDocument.size() : 1); ++i) {
         const Json::Value& jsDefinition = bArray ? jsDocument[i] : jsDocument;
-        std::string strWhere = bArray ? "definition " + std::to_string(i + 1) : std::string();
-        if (bArray && jsDefinition.isObject() && jsDefinition["name"].isString()) {
-            strWhere += " " + Quoted(jsDefinition["name"].asString());
-        }
-        strWhere += bArray ? ": " : "";
+        const std::string strWhere = bArray ? Service::LabelOf(i, jsDefinition) + ": " : std::string();
         Review review = ReviewDefinition(jsDefinition, folder.origin);
         LookAtName(review, file, folder, jsDefinition);
         if (!bArray && folder.bOfService && jsDefinition.isObject()) {

@@ -211,6 +211,12 @@ DefinitionFault WhyNoName(const Json::Value& jsDefinition) {
 
 } // namespace
 
+std::string LabelOf(Json::ArrayIndex uIndex, const Json::Value& jsDefinition) {
+    const std::string strLabel = "definition " + std::to_string(uIndex + 1);
+    const bool bHasName = jsDefinition.isObject() && jsDefinition["name"].isString();
+    return bHasName ? strLabel + " " + Quoted(jsDefinition["name"].asString()) : strLabel;
+}
+
 const char* KindOf(const Json::Value& jsValue) {
     switch (jsValue.type()) {
     case Json::nullValue:

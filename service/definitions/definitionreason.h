@@ -18,6 +18,11 @@ std::string WhyInvalid(const Json::Value& jsDefinition);
 /// The same with its place in the definition.
 DefinitionFault FindInvalid(const Json::Value& jsDefinition);
 
+/// How one of several definitions in a file is named in a reason: by its number and, where it has one, its name.
+///
+/// @param uIndex  counted from 0.
+std::string LabelOf(Json::ArrayIndex uIndex, const Json::Value& jsDefinition);
+
 /// What a value is, in the words of a reason: "a text", "a number", "null", ...
 const char* KindOf(const Json::Value& jsValue);
 

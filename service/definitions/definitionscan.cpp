@@ -242,11 +242,7 @@ void Scanner::TakeDocument(const OpenFolder& folder, const Place& place, Json::V
         return;
     }
     for (Json::ArrayIndex i = 0; i < jsDocument.size(); ++i) {
-        std::string strWhere = strFile + ": definition " + std::to_string(i + 1);
-        if (jsDocument[i].isObject() && jsDocument[i]["name"].isString()) {
-            strWhere += " " + Quoted(jsDocument[i]["name"].asString());
-        }
-        TakeDefinition(folder, place, strWhere, jsDocument[i]);
+        TakeDefinition(folder, place, strFile + ": " + LabelOf(i, jsDocument[i]), jsDocument[i]);
     }
 }
 

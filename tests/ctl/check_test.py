@@ -77,6 +77,7 @@ class Positions(unittest.TestCase):
         self.assert_error('[\r\n {"name": "a", "user": "root", "period": "d", "cmd": "/x"},\r {"name": "b"}\n, 7]'
                           .replace(' {"name": "b"}\n, 7', " 7"), 3, 2, "definition 2: expected an object")
         self.assert_error("[\n\n  1.5e]", 3, 3, "is not JSON: line 3, column 3")
+        self.assert_error('["\u00e9\\"", "x",\n "\tx"]', 2, 3, "is not JSON: it holds bytes")
 
     def test_of_each_warning(self):
         _, warnings = checked('{"name": "a b", "user": "root", "period": "crontab",\n "crontab": "*/5 0 1 * 5,5",\n'

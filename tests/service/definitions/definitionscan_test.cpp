@@ -209,11 +209,13 @@ TEST_F(DefinitionScanTest, ReadsAnArrayAndNamesTheElementItRefuses) {
     jsList.append(JobDefinition("bad", "* 25 * * *"));
     jsList.append(5);
     jsList.append(JobDefinition("good too"));
+    jsList.append(Json::Value(Json::objectValue));
     const std::string strFile = _folders.Put(SZF_CRON_FOLDER_BUILT_IN, "list", jsList);
     const DefinitionScan scan = ScanDefinitions();
     EXPECT_EQ(Identities(scan), (Texts{"builtin/good", "builtin/good too"}));
     EXPECT_EQ(Lines(scan), (Texts{strFile + R"(: definition 2 "bad": field "crontab": hour: 25 is not in 0..23)",
-                                  strFile + ": definition 3: expected an object, found a number"}));
+                                  strFile + ": definition 3: expected an object, found a number",
+                                  strFile + R"(: definition 5: field "name": missing, expected a text)"}));
 }
 
 TEST_F(DefinitionScanTest, TakesAnEmptyArrayForNothing) {
