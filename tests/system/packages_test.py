@@ -90,6 +90,7 @@ class Packages(MachineTest):
     def assert_beside_the_programs(self):
         for page in ("1 vukocronctl", "5 vukocrond.conf", "8 vukocrond"):
             self.assertRegex(self.machine.run("man", "--where", *page.split()).stdout, r"^/usr/share/man/man\d/")
+        self.assert_shells_complete()
         page = self.machine.run("zcat", "/usr/share/man/man8/vukocrond.8.gz").stdout
         self.assertIn("\nExecStart=/usr/sbin/vukocrond --", page)
         self.assertIn("Handling 2 logs", self.machine.run("logrotate", "--debug", ROTATION).stderr)
@@ -97,6 +98,13 @@ class Packages(MachineTest):
                          [ROTATION])
         linked = self.machine.run("ldd", "/usr/sbin/vukocrond").stdout
         self.assertRegex(linked, r"libvukocrond\.so\.0 => /(usr/)?lib/[\w-]+/libvukocrond\.so\.0")
+
+    def assert_shells_complete(self):
+        loaded = self.machine.run("bash", "-c", ". /usr/share/bash-completion/bash_completion; "
+                                  "_completion_loader vukocronctl; complete -p vukocronctl").stdout
+        self.assertEqual(loaded, "complete -F _vukocronctl vukocronctl\n")
+        known = self.machine.run("zsh", "-fc", "autoload -U compinit; compinit -D; echo $_comps[vukocronctl]").stdout
+        self.assertEqual(known, "_vukocronctl\n")
 
     def assert_folders(self):
         for path, mode in {"/usr/vuko/etc/vukocron.d": "755", FOLDER: "755", "/usr/local/etc/vukocron_nonroot.d": "755",
