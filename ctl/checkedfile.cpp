@@ -113,6 +113,14 @@ void FileChecker::Check(const std::string& strPath) {
 }
 
 void FileChecker::CheckFolder(const std::string& strFolder) {
+    std::error_code error;
+    (void)fs::directory_iterator(strFolder, error);
+    if (error) {
+        _vecFiles.push_back({strFolder});
+        _vecFiles.back().review.vecErrors.push_back({"cannot be read: " + error.message()});
+        _vecFiles.back().bDenied = error == std::errc::permission_denied;
+        return;
+    }
     const std::size_t uBefore = _vecFiles.size();
     if (Canonical(strFolder) == Canonical(_strRoot + SZF_CRON_FOLDER_PKG_NONROOT)) {
         for (const std::string& strPackage : EntriesOf(strFolder, true)) {
@@ -143,6 +151,7 @@ void FileChecker::CheckFile(const std::string& strFile) {
             error.span = SourceSpan{document.uBadByte, document.uBadByte + 1};
         }
         file.review.vecErrors.push_back(error);
+        file.bDenied = document.bDenied;
     }
     LookAtFile(file, folder);
     _vecFiles.push_back(std::move(file));

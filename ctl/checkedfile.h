@@ -15,6 +15,7 @@ struct CheckedFile {
     std::string strFile;
     SourceText source{std::string()};
     Review review = {};
+    bool bDenied = false; ///< one may not read it
 };
 
 /// Looks at definition files. What the service has against a file itself (who may write it, its name) is told of files

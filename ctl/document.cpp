@@ -106,6 +106,7 @@ Document ReadDocument(const std::string& strFile) {
         document.uBadByte = fault.uLine == 0 ? FindBadByte(document.strText) : std::string::npos;
     } else {
         document.strReason = document.strBareReason = std::string("cannot be read: ") + strerror(iCode);
+        document.bDenied = iCode == EACCES || iCode == EPERM;
     }
     return document;
 }

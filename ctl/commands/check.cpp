@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <iostream>
 #include <memory>
 
@@ -17,10 +18,10 @@ ExitStatus Run(const std::vector<std::string>& vecPaths, const Common& common) {
     }
     Json::Value jsResult(Json::objectValue);
     jsResult["files"] = Json::Value(Json::arrayValue);
-    bool bAllValid = true;
+    ExitStatus eStatus = EXIT_DONE;
     for (const CheckedFile& file : checker.Take()) {
         const bool bValid = file.review.vecErrors.empty();
-        bAllValid = bAllValid && bValid;
+        eStatus = bValid ? eStatus : std::max(eStatus, file.bDenied ? EXIT_DENIED : EXIT_WRONG);
         if (common.bJson) {
             Json::Value jsFile(Json::objectValue);
             jsFile["file"] = file.strFile;
@@ -37,7 +38,7 @@ ExitStatus Run(const std::vector<std::string>& vecPaths, const Common& common) {
     if (common.bJson) {
         PrintJson(jsResult);
     }
-    return bAllValid ? EXIT_DONE : EXIT_WRONG;
+    return eStatus;
 }
 
 } // namespace

@@ -205,6 +205,14 @@ class Files(unittest.TestCase):
         self.assertIn('photos/a.conf:1:23: error: field "user": expected "package" in this folder, found "root"', told)
 
 
+    @unittest.skipUnless(os.geteuid() == 0, "needs an account that may not read")
+    def test_that_one_may_not_read_are_told_by_the_exit_status(self):
+        os.chmod(self.root, 0o755)
+        self.put(self.root + "/a.conf", PLAIN, 0o600)
+        done = subprocess.run([TOOL, "check", self.root + "/a.conf"], capture_output=True, text=True, check=False, user=65534)
+        self.assertEqual((done.returncode, done.stdout.rpartition(": ")[2]), (4, "Permission denied\n"))
+
+
 class Meaning(unittest.TestCase):
     def test_in_words(self):
         for crontab, meaning in [
