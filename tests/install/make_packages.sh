@@ -9,6 +9,7 @@ rm -rf "$3/second"
 mkdir "$3/second"
 cd "$3"/first/vukocrond-*/
 sed -i '1s/)/+next)/' debian/changelog
+export DEB_RULES_REQUIRES_ROOT=no DPKG_DEB_COMPRESSOR_TYPE=gzip DPKG_DEB_COMPRESSOR_LEVEL=1
 dh_gencontrol
 dh_md5sums
-DPKG_DEB_COMPRESSOR_TYPE=gzip DPKG_DEB_COMPRESSOR_LEVEL=1 dh_builddeb --destdir="$3/second"
+dh_builddeb --destdir="$3/second"

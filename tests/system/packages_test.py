@@ -2,6 +2,7 @@
 
 import json
 import os
+import re
 
 from control import Control
 from machine import poll
@@ -9,17 +10,14 @@ from package_files import FIRST, SECOND, machine_for_packages, prepare
 from store import MachineTest, main
 
 PACKAGES = {"vukocrond", "libvukocrond0", "libvukocrond-dev", "libvukoplatform0"}
-CONSUMER = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "install", "consumer")
+SOURCE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../..")
+CONSUMER = os.path.join(SOURCE, "tests/install/consumer")
+DOCUMENT = os.path.join(SOURCE, "docs/PACKAGES.md")
 FOLDER = "/usr/local/etc/vukocron.d"
 NEVER = "0 0 31 2 *"
 LONG_JOB = "echo $$ >/root/pid; echo began >>/root/log; while [ ! -e /root/go ]; do sleep 0.05; done; " \
            "echo ended >>/root/log; exit 3"
 ROTATION = "/etc/logrotate.d/vukocrond"
-
-# What Debian's own tools write about every package, and systemd and others as they work.
-_OTHERS_FILES = ("/var/lib/dpkg/", "/var/cache/", "/run/systemd/", "/run/udev/", "/run/user/", "/var/lib/systemd/catalog/",
-                 "/var/log/journal", "/run/log/", "/var/lib/apt/", "/var/log/dpkg.log", "/var/log/apt/", "/tmp/systemd-private",
-                 "/etc/ld.so.cache", "/run/utmp", "/run/lock", "/var/lib/logrotate")
 
 
 class Packages(MachineTest):
@@ -28,15 +26,21 @@ class Packages(MachineTest):
         prepare(self.machine)
         self.control = Control(f"/proc/{self.machine.pid}/root/run/vukocrond.sock")
         self.before = self.files()
-        self.install(FIRST)
 
     def files(self):
-        """The names of all files where the packages could have something."""
-        names = self.machine.run("find", "/etc", "/run", "/tmp", "/usr", "/var", "-xdev").stdout.splitlines()
-        return {name for name in names if not name.startswith(_OTHERS_FILES)}
+        """All that is named after the product, outside of what the service manager keeps for the boot."""
+        return set(self.machine.run("find", "/etc", "/run", "/tmp", "/usr", "/var", "-xdev", "-path", "/run/systemd", "-prune",
+                                    "-o", "-path", "*vuko*", "-print").stdout.splitlines())
 
     def install(self, folder):
         self.machine.run("sh", "-c", f"dpkg --install {folder}/*.deb")
+
+    def install_as_it_is_told(self):
+        """By the lines of docs/PACKAGES.md, but for the one that makes the packages; and what programs are built with."""
+        with open(DOCUMENT, encoding="utf-8") as file:
+            lines = re.search(r"^## Installing.*?```sh\nmake package\n(.*?)```", file.read(), re.M | re.S)[1]
+        self.machine.run("sh", "-ec", f"mkdir -p /root/build; ln -s {FIRST} /root/build/package; cd /root\n{lines}")
+        self.machine.run("sh", "-c", f"dpkg --install {FIRST}/*-dev_*.deb")
 
     def purge(self):
         self.machine.run("dpkg", "--purge", *PACKAGES)
@@ -75,6 +79,7 @@ class Packages(MachineTest):
     # -- installed
 
     def test_what_is_installed_is_enabled_and_runs(self):
+        self.install_as_it_is_told()
         self.assertEqual(self.machine.run("systemctl", "is-enabled", "vukocrond").stdout, "enabled\n")
         self.assertEqual(self.property("ActiveState"), "active")
         self.assertIn("Jobs: 0\n", self.machine.run("vukocronctl", "status").stdout)
@@ -121,6 +126,7 @@ class Packages(MachineTest):
     # -- upgraded
 
     def test_an_upgrade_disturbs_no_job_and_keeps_values_and_settings(self):
+        self.install(FIRST)
         remembered = self.define_random_jobs()
         self.define("long", LONG_JOB)
         poll(lambda: "long" in self.control.jobs(), "the definition is read")
@@ -144,6 +150,7 @@ class Packages(MachineTest):
         self.assertEqual(self.machine.read("/root/log"), "began\nended\n")
 
     def test_an_upgrade_does_not_start_a_service_that_was_disabled(self):
+        self.install(FIRST)
         self.machine.run("systemctl", "disable", "--now", "vukocrond")
         self.install(SECOND)
         self.assertEqual(self.machine.run("systemctl", "is-enabled", "vukocrond", check=False).stdout, "disabled\n")
@@ -152,6 +159,7 @@ class Packages(MachineTest):
     # -- removed and purged
 
     def test_a_removal_keeps_the_state_and_a_purge_the_definitions_alone(self):
+        self.install(FIRST)
         remembered = self.define_random_jobs()
         self.define("own", folder="/usr/vuko/etc/vukocron.d")
         self.machine.write("/usr/local/etc/vukocron_nonroot.d/photos/index.conf", "{}")
