@@ -289,4 +289,16 @@ void Core::CountOutcome(const Outcome& outcome) {
     }
 }
 
+std::optional<Surroundings> Core::SurroundingsOf(JobIndex uJob) const {
+    const Job& job = _table.At(uJob);
+    LaunchOrder order;
+    order.strIdentifier = ToText(job.id);
+    const std::optional<Account> account = FindAccount(job.strAccount);
+    if (!account) {
+        return std::nullopt;
+    }
+    order.account = *account;
+    return _launcher.SurroundingsOf(order);
+}
+
 } // namespace VUKO::VUKOCrond::Service

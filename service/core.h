@@ -90,6 +90,8 @@ public:
     Runs& Going() { return _runs; }
     /// A job, with what its ledger tells of its last run. @throws StateError
     const Job& Recalled(JobIndex uJob);
+    /// What the job's program would find around it; nothing when its account is not there.
+    std::optional<Surroundings> SurroundingsOf(JobIndex uJob) const;
     std::vector<Outcome> History(std::int64_t iKey, std::size_t uMax) { return _store.History(iKey, uMax); }
     const StoredClock& Clock() const { return _clock; }
     const Settings& Set() const { return _settings; }

@@ -37,7 +37,7 @@ FLOORS = {
     "service/state": OUTCOMES + SHARED,
     # The socket knows nothing of jobs. What is answered there does.
     "service/control": ["service/eventsource.h"] + SHARED,
-    "service/control/jobjson": ["service/engine/*.h", "service/report.h"],
+    "service/control/jobjson": ["service/engine/*.h", "service/launch/surroundings.h", "service/report.h"],
     "service/control/requests": LIBRARY + ["service/control/*.h", "service/core.h", "service/logtext.h"],
     # What both programs must agree on: the decisions, the reasons of a refusal of a definition and of a file, the words
     # of the socket, and which texts disturb a terminal.

@@ -1,5 +1,7 @@
 #include "service/control/jobjson.h"
 
+#include <cstdio>
+
 #include "service/report.h"
 
 namespace VUKO::VUKOCrond::Service {
@@ -24,6 +26,10 @@ Json::Value LastRun(const Job& job) {
     jsRun["endedUsec"] = static_cast<Json::Int64>(job.iLastEndUsec);
     jsRun["durationUsec"] = static_cast<Json::Int64>(job.iLastDurationUsec);
     return jsRun;
+}
+
+Json::Value LimitToJson(std::uint64_t uLimit) {
+    return uLimit == Surroundings::Limit::UNLIMITED ? Json::Value() : Json::Value(static_cast<Json::UInt64>(uLimit));
 }
 
 } // namespace
@@ -86,6 +92,37 @@ Json::Value JobToJsonWhole(const Job& job) {
     jsJob["overlap"] = job.bAllowOverlap ? "allow" : "skip";
     jsJob["timeout"] = job.iTimeout;
     return jsJob;
+}
+
+Json::Value SurroundingsToJson(const Surroundings& surroundings) {
+    Json::Value jsFound(Json::objectValue);
+    jsFound["account"] = surroundings.strAccount;
+    jsFound["uid"] = surroundings.uid;
+    jsFound["gid"] = surroundings.gid;
+    jsFound["groups"] = Json::Value(Json::arrayValue);
+    for (const gid_t gid : surroundings.vecGroups) {
+        jsFound["groups"].append(gid);
+    }
+    jsFound["environment"] = Json::Value(Json::objectValue);
+    for (const std::string& strEntry : surroundings.vecEnvironment) {
+        const std::size_t uName = strEntry.find('=');
+        jsFound["environment"][strEntry.substr(0, uName)] = strEntry.substr(uName + 1);
+    }
+    jsFound["directory"] = surroundings.strFolder;
+    char szUmask[8];
+    std::snprintf(szUmask, sizeof(szUmask), "%04o", static_cast<unsigned>(JOB_UMASK));
+    jsFound["umask"] = szUmask;
+    jsFound["limits"] = Json::Value(Json::objectValue);
+    for (const Surroundings::Limit& limit : surroundings.vecLimits) {
+        jsFound["limits"][limit.szName]["soft"] = LimitToJson(limit.uSoft);
+        jsFound["limits"][limit.szName]["hard"] = LimitToJson(limit.uHard);
+    }
+    jsFound["nice"] = surroundings.iNice;
+    jsFound["oomScoreAdjust"] = surroundings.iOomScoreAdjust;
+    jsFound["input"] = JOB_INPUT;
+    jsFound["output"]["kind"] = surroundings.bJournal ? "journal" : "file";
+    jsFound["output"]["to"] = surroundings.strOutput;
+    return jsFound;
 }
 
 Json::Value EndToJson(const RunEnd& end) {

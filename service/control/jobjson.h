@@ -4,6 +4,7 @@
 
 #include "service/engine/job.h"
 #include "service/engine/outcome.h"
+#include "service/launch/surroundings.h"
 
 namespace VUKO::VUKOCrond::Service {
 
@@ -13,6 +14,8 @@ Json::Value JobToJson(const Job& job);
 Json::Value JobToJsonInList(const Job& job);
 /// The same with its definition.
 Json::Value JobToJsonWhole(const Job& job);
+/// What its program would find around it.
+Json::Value SurroundingsToJson(const Surroundings& surroundings);
 /// An entry of the ledger.
 Json::Value OutcomeToJson(const Outcome& outcome);
 Json::Value EndToJson(const RunEnd& end);

@@ -1,6 +1,9 @@
 #include "service/control/requests.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cstdlib>
 #include <ctime>
 #include <map>
 #include <utility>
@@ -63,6 +66,7 @@ private:
 
     Core& _core;
     std::function<void()> _reload;
+    std::int64_t _iStarted = time(nullptr);
 };
 
 Json::Value Requests::Answer(const Json::Value& jsRequest, const Peer& peer, const Reply& reply) {
@@ -95,7 +99,12 @@ Json::Value Requests::Status(const Asked& asked) {
         jsResult["zone"] = pLocal->tm_zone;
         jsResult["offset"] = static_cast<Json::Int64>(pLocal->tm_gmtoff);
     }
+    // What local times are reckoned by: an abbreviation does not tell.
+    const char* const szZone = std::getenv("TZ");
+    jsResult["tz"] = szZone == nullptr ? "" : *szZone == '\0' ? "UTC0" : szZone;
     jsResult["now"] = static_cast<Json::Int64>(iNow);
+    jsResult["started"] = static_cast<Json::Int64>(_iStarted);
+    jsResult["pid"] = getpid();
     jsResult["policy"] = ToText(_core.Set().ePolicy);
     jsResult["role"] = ToText(_core.RoleOf().RoleAt(iNow * USEC));
     jsResult["hibernating"] = _core.Clock().iSleptSince != 0;
@@ -155,7 +164,13 @@ Json::Value Requests::List(const Asked& asked) {
 }
 
 Json::Value Requests::Show(const Asked& asked) {
-    return JobToJsonWhole(_core.Recalled(FindJob(asked)));
+    const JobIndex uJob = FindJob(asked);
+    Json::Value jsJob = JobToJsonWhole(_core.Recalled(uJob));
+    if (Flag(asked, "effective", false)) {
+        const std::optional<Surroundings> found = _core.SurroundingsOf(uJob);
+        jsJob["effective"] = found ? SurroundingsToJson(*found) : Json::Value();
+    }
+    return jsJob;
 }
 
 Json::Value Requests::History(const Asked& asked) {

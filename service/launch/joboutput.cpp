@@ -130,6 +130,10 @@ pid_t WaitAgain(pid_t pid, int& iStatus, int iOptions, struct rusage& usage) {
 
 } // namespace
 
+std::string JobOutput::FileOf(const std::string& strIdentifier, const std::string& strFolder) {
+    return strFolder + "/" + FileNameOf(strIdentifier);
+}
+
 void JobOutput::Open(const std::string& strIdentifier, bool bJournal, const std::string& strFolder) {
     if (bJournal) {
         const UniqueFd fdJournal(sd_journal_stream_fd(strIdentifier.c_str(), LOG_INFO, 1));

@@ -14,6 +14,9 @@ namespace VUKO::VUKOCrond::Service {
 /// is dropped; the job is never held up by it for longer than a disk takes.
 class JobOutput {
 public:
+    /// The file that output goes to where there is no journal.
+    static std::string FileOf(const std::string& strIdentifier, const std::string& strFolder);
+
     /// Puts the two in place in this process, for the program to inherit.
     ///
     /// @param strIdentifier  names the job in the journal, or the file.

@@ -18,6 +18,7 @@
 #include "base/syslog_line.h"
 #include "service/launch/processid.h"
 #include "service/launch/reportpipe.h"
+#include "service/launch/surroundings.h"
 #include "service/logtext.h"
 
 namespace VUKO::VUKOCrond::Service {
@@ -26,7 +27,6 @@ namespace {
 
 constexpr const char* szLogSource = "launchchild";
 
-constexpr mode_t JOB_UMASK = 022;
 constexpr unsigned FIRST_FD = STDERR_FILENO + 1;
 
 void SetDisposition(int iSignal, void (*handler)(int)) {
@@ -99,7 +99,7 @@ void LaunchChild::LeaveTheServiceBehind() const {
     sigprocmask(SIG_SETMASK, &setNone, nullptr);
     closelog(); // its descriptor goes with the others; the next message opens it anew
     CloseAllBut(_plan.iReportFd);
-    const UniqueFd fdNull(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    const UniqueFd fdNull(open(JOB_INPUT, O_RDONLY | O_CLOEXEC));
     if (!fdNull || dup2(fdNull.Get(), STDIN_FILENO) < 0) {
         close(STDIN_FILENO);
     }
@@ -129,7 +129,7 @@ bool LaunchChild::HasIdentity() const {
 
 void LaunchChild::EnterHome() const {
     if (_order.account.strHome.empty() || chdir(_order.account.strHome.c_str()) != 0) {
-        const int iResult = chdir("/");
+        const int iResult = chdir(FOLDER_WITHOUT_HOME);
         static_cast<void>(iResult); // then it is where the service is
     }
 }

@@ -208,6 +208,10 @@ pid_t Launcher::Start(CronJob& job, const LaunchOrder& order) {
     return _p->pidChild;
 }
 
+Surroundings Launcher::SurroundingsOf(const LaunchOrder& order) const {
+    return Service::SurroundingsOf(_p->plan, order);
+}
+
 int Launcher::ReportDescriptor() const {
     return _p->pipe.ReadEnd();
 }

@@ -10,6 +10,7 @@
 #include "crond/cronjob.h"
 #include "service/engine/outcome.h"
 #include "service/launch/runtable.h"
+#include "service/launch/surroundings.h"
 
 namespace VUKO::VUKOCrond::Service {
 
@@ -70,6 +71,9 @@ public:
     /// table.
     /// @throws std::bad_alloc: nothing was started then, either
     pid_t Start(CronJob& job, const LaunchOrder& order);
+
+    /// What a program would find around it, were it started now; `uRun` and what is for the log do not count.
+    Surroundings SurroundingsOf(const LaunchOrder& order) const;
 
     /// Readable when a process of a launch has told something. Never blocks its writers.
     int ReportDescriptor() const;

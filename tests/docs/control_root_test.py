@@ -31,7 +31,7 @@ DEFINITIONS = {
          "crontab": "30 2 * * *", "cmd_list": ["/bin/sleep", "1"]},
 }
 # Members that are there, or hold others, by what has happened so far.
-VARYING = {"jobs", "starts", "skips", "last", "running"}
+VARYING = {"environment", "jobs", "starts", "skips", "last", "running"}
 
 
 def examples():

@@ -257,6 +257,18 @@ pid_t Launcher::Start(CronJob& /*job*/, const LaunchOrder& order) {
     return launch.pidChild;
 }
 
+Surroundings Launcher::SurroundingsOf(const LaunchOrder& order) const {
+    Surroundings found;
+    found.strAccount = order.account.strName;
+    found.uid = order.account.uid;
+    found.vecGroups = {4, 7};
+    found.vecEnvironment = {"HOME=/a=b"};
+    found.strFolder = "/home";
+    found.vecLimits = {{"nofile", 1024, Surroundings::Limit::UNLIMITED}};
+    found.strOutput = "/log/" + order.strIdentifier;
+    return found;
+}
+
 int Launcher::ReportDescriptor() const {
     return -1;
 }

@@ -100,6 +100,26 @@ TEST_F(Requests, CountJobsByTheirState) {
     EXPECT_EQ(_log.Take().size(), 2U); // the refusal, and the start by hand
 }
 
+TEST_F(Requests, TellWhatAProgramWouldFindAroundItOfWhomMaySeeTheJob) {
+    Define("pkg/hers", "alice");
+    Load();
+    Json::Value jsAsked = JobNamed("hers");
+    EXPECT_FALSE(AskAs(ALICE, "show", jsAsked)["result"].isMember("effective"));
+    jsAsked["effective"] = true;
+    const Json::Value jsEffective = AskAs(ALICE, "show", jsAsked)["result"]["effective"];
+    EXPECT_EQ(jsEffective["account"], "alice");
+    EXPECT_EQ(jsEffective["uid"].asUInt(), ALICE);
+    EXPECT_EQ(jsEffective["groups"].size(), 2U);
+    EXPECT_EQ(jsEffective["environment"]["HOME"], "/a=b");
+    EXPECT_EQ(jsEffective["umask"], "0022");
+    EXPECT_EQ(jsEffective["limits"]["nofile"]["soft"], 1024);
+    EXPECT_TRUE(jsEffective["limits"]["nofile"]["hard"].isNull());
+    EXPECT_EQ(jsEffective["output"]["to"], "/log/pkg/hers");
+    EXPECT_EQ(CodeOf(AskAs(BOB, "show", jsAsked)), "not-found");
+    _life.Machine().mapAccounts.erase("alice");
+    EXPECT_TRUE(AskAs(ALICE, "show", jsAsked)["result"]["effective"].isNull());
+}
+
 TEST_F(Requests, GiveLongListsInPages) {
     for (int i = 0; i < 250; ++i) {
         Define("pkg/job" + std::to_string(1000 + i), i % 3 == 0 ? "alice" : "root");
