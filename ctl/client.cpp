@@ -97,9 +97,15 @@ Json::Value Client::AskAll(const std::string& strVerb, Json::Value jsMembers) {
 }
 
 void Client::Unreachable(int iErrno) const {
+    const bool bAbsent = iErrno == ENOENT || iErrno == ECONNREFUSED;
+    // Of a service below a root folder, and where no service manager runs, nobody but its starter knows how.
+    const bool bManaged = _strPath == Protocol::SOCKET_PATH && access("/run/systemd/system", F_OK) == 0;
     throw ToolError(iErrno == EACCES || iErrno == EPERM ? EXIT_DENIED : EXIT_UNREACHABLE,
                     "the service cannot be reached at " + _strPath + ": " + std::strerror(iErrno) +
-                        (iErrno == ENOENT || iErrno == ECONNREFUSED ? " (is vukocrond running?)" : ""));
+                        (!bAbsent   ? ""
+                         : bManaged ? " (is vukocrond running? See systemctl status vukocrond, and start it by "
+                                      "systemctl start vukocrond)"
+                                    : " (is vukocrond running?)"));
 }
 
 } // namespace VUKO::VUKOCrond::Ctl

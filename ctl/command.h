@@ -32,6 +32,7 @@ void AddList(CLI::App& app, Common& common);
 void AddShow(CLI::App& app, Common& common);
 void AddWhy(CLI::App& app, Common& common);
 void AddHistory(CLI::App& app, Common& common);
+void AddLog(CLI::App& app, Common& common);
 void AddRun(CLI::App& app, Common& common);
 /// reload, reroll, role, template, drain: one request each.
 void AddOneRequestCommands(CLI::App& app, Common& common);

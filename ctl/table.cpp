@@ -34,11 +34,12 @@ void Narrow(std::vector<std::size_t>& vecWidths, const std::vector<std::size_t>&
     }
 }
 
-std::string Filled(const Cell& cell, std::size_t uWidth, Align eAlign, bool bLast) {
-    const std::string strCut = CutTo(cell.strText, uWidth);
+std::string Filled(const Cell& cell, std::size_t uWidth, const Column& column, bool bLast) {
+    const std::string strCut =
+        column.eCut == Cut::Middle ? CutMiddle(cell.strText, uWidth) : CutTo(cell.strText, uWidth);
     const std::string strBlanks(uWidth - WidthOf(strCut), ' ');
     const std::string strText = Styled(cell.eStyle, strCut);
-    return eAlign == Align::Right ? strBlanks + strText : bLast ? strText : strText + strBlanks;
+    return column.eAlign == Align::Right ? strBlanks + strText : bLast ? strText : strText + strBlanks;
 }
 
 } // namespace
@@ -50,7 +51,7 @@ void Table::Add(std::vector<Cell> vecRow) {
     _vecRows.push_back(std::move(vecRow));
 }
 
-std::vector<std::size_t> Table::Widths() const {
+std::vector<std::size_t> Table::Widths(bool bFull) const {
     std::vector<std::size_t> vecWidths;
     for (const Column& column : _vecColumns) {
         vecWidths.push_back(WidthOf(column.strTitle));
@@ -60,7 +61,7 @@ std::vector<std::size_t> Table::Widths() const {
             vecWidths[u] = std::max(vecWidths[u], WidthOf(vecRow[u].strText));
         }
     }
-    if (TerminalWidth() == 0) {
+    if (bFull || TerminalWidth() == 0) {
         return vecWidths;
     }
     std::vector<std::size_t> vecLeast;
@@ -73,13 +74,12 @@ std::vector<std::size_t> Table::Widths() const {
     return vecWidths;
 }
 
-void Table::Print(std::ostream& out) const {
-    const std::vector<std::size_t> vecWidths = Widths();
+void Table::Print(std::ostream& out, bool bFull) const {
+    const std::vector<std::size_t> vecWidths = Widths(bFull);
     const auto print = [&](const std::vector<Cell>& vecRow) {
         for (std::size_t u = 0; u < vecRow.size() && u < vecWidths.size(); ++u) {
             const bool bLast = u + 1 == vecRow.size();
-            out << Filled(vecRow[u], vecWidths[u], _vecColumns[u].eAlign, bLast)
-                << (bLast ? "" : std::string(GAP, ' '));
+            out << Filled(vecRow[u], vecWidths[u], _vecColumns[u], bLast) << (bLast ? "" : std::string(GAP, ' '));
         }
         out << "\n";
     };

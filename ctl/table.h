@@ -20,6 +20,8 @@ struct Cell {
 };
 
 enum class Align { Left, Right };
+/// What is left out of a text that is too long: in the middle where its end tells most, as that of a path.
+enum class Cut { End, Middle };
 
 struct Column {
     /// A column that is cut only where nothing else helps.
@@ -27,12 +29,13 @@ struct Column {
 
     Column(const char* szTitle) : strTitle(szTitle) {}
     /// @param uLeast  the width to which it may be cut before columns that are kept are.
-    Column(const char* szTitle, std::size_t uGiven, Align eGiven = Align::Left)
-        : strTitle(szTitle), uLeast(uGiven), eAlign(eGiven) {}
+    Column(const char* szTitle, std::size_t uGiven, Align eGivenAlign = Align::Left, Cut eGivenCut = Cut::End)
+        : strTitle(szTitle), uLeast(uGiven), eAlign(eGivenAlign), eCut(eGivenCut) {}
 
     std::string strTitle;
     std::size_t uLeast = KEPT;
     Align eAlign = Align::Left;
+    Cut eCut = Cut::End;
 };
 
 /// Lines of cells, printed with each column as wide as its widest cell and two blanks between; the last column is not
@@ -44,10 +47,11 @@ public:
 
     /// @param vecRow  at most a cell for each column.
     void Add(std::vector<Cell> vecRow);
-    void Print(std::ostream& out) const;
+    /// @param bFull  nothing is cut on a terminal, either.
+    void Print(std::ostream& out, bool bFull = false) const;
 
 private:
-    std::vector<std::size_t> Widths() const;
+    std::vector<std::size_t> Widths(bool bFull) const;
 
     std::vector<Column> _vecColumns;
     std::vector<std::vector<Cell>> _vecRows;

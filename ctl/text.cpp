@@ -56,6 +56,25 @@ std::size_t ColumnsOf(const char* pCharacter, std::size_t uLength) {
     return iColumns < 0 ? 1 : static_cast<std::size_t>(iColumns);
 }
 
+std::string Ellipsis(std::size_t uRoom) {
+    return uRoom == 0 ? "" : SpeaksUtf8() ? "\u2026" : std::string(std::min<std::size_t>(3, uRoom), '.');
+}
+
+/// The bytes of as many characters from the begin as have room.
+std::size_t BytesWithin(const std::string& strText, std::size_t uRoom) {
+    std::size_t uTaken = 0;
+    std::size_t u = 0;
+    while (u < strText.size()) {
+        const std::size_t uLength = LengthAt(strText, u);
+        uTaken += ColumnsOf(strText.data() + u, uLength);
+        if (uTaken > uRoom) {
+            break;
+        }
+        u += uLength;
+    }
+    return u;
+}
+
 } // namespace
 
 bool SpeaksUtf8() {
@@ -92,25 +111,43 @@ std::size_t WidthOf(const std::string& strText) {
     return uWidth;
 }
 
+std::vector<std::string> Wrapped(const std::string& strText, std::size_t uWidth) {
+    std::vector<std::string> vecPieces;
+    std::string strRest = strText;
+    while (WidthOf(strRest) > uWidth) {
+        std::size_t uEnd = std::max(BytesWithin(strRest, uWidth), LengthAt(strRest, 0));
+        const std::size_t uBlank = strRest.rfind(' ', uEnd);
+        const bool bAtBlank = uBlank != std::string::npos && strRest.find_first_not_of(' ') < uBlank;
+        uEnd = bAtBlank ? uBlank : uEnd;
+        vecPieces.push_back(strRest.substr(0, uEnd));
+        strRest.erase(0, uEnd + (bAtBlank ? 1 : 0));
+    }
+    vecPieces.push_back(strRest);
+    return vecPieces;
+}
+
 std::string CutTo(const std::string& strText, std::size_t uWidth) {
     if (WidthOf(strText) <= uWidth) {
         return strText;
     }
-    const std::string strEllipsis = uWidth == 0    ? ""
-                                    : SpeaksUtf8() ? "\u2026"
-                                                   : std::string(std::min<std::size_t>(3, uWidth), '.');
-    const std::size_t uRoom = uWidth - WidthOf(strEllipsis);
-    std::size_t uTaken = 0;
-    std::size_t u = 0;
-    while (u < strText.size()) {
-        const std::size_t uLength = LengthAt(strText, u);
-        uTaken += ColumnsOf(strText.data() + u, uLength);
-        if (uTaken > uRoom) {
-            break;
-        }
-        u += uLength;
+    const std::string strEllipsis = Ellipsis(uWidth);
+    return strText.substr(0, BytesWithin(strText, uWidth - WidthOf(strEllipsis))) + strEllipsis;
+}
+
+std::string CutMiddle(const std::string& strText, std::size_t uWidth) {
+    const std::size_t uWhole = WidthOf(strText);
+    if (uWhole <= uWidth) {
+        return strText;
     }
-    return strText.substr(0, u) + strEllipsis;
+    const std::string strEllipsis = Ellipsis(uWidth);
+    const std::size_t uRoom = uWidth - WidthOf(strEllipsis);
+    const std::string strHead = strText.substr(0, BytesWithin(strText, uRoom / 3));
+    // Rather a column less than one too many, where a wide character stands at the cut.
+    std::size_t uTail = BytesWithin(strText, uWhole - (uRoom - WidthOf(strHead)));
+    while (WidthOf(strText.substr(uTail)) > uRoom - WidthOf(strHead)) {
+        uTail += LengthAt(strText, uTail);
+    }
+    return strHead + strEllipsis + strText.substr(uTail);
 }
 
 } // namespace VUKO::VUKOCrond::Ctl

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 namespace VUKO::VUKOCrond::Ctl {
 
@@ -18,7 +19,12 @@ std::string ReadableLines(const std::string& strText);
 /// The columns of a terminal that a readable text takes: two for wide characters, none for combining ones.
 std::size_t WidthOf(const std::string& strText);
 
+/// A readable text in pieces of at most so many columns (of one at least), parted at blanks where there are any.
+std::vector<std::string> Wrapped(const std::string& strText, std::size_t uWidth);
+
 /// A readable text that takes no more columns than given, its end replaced by an ellipsis where it would.
 std::string CutTo(const std::string& strText, std::size_t uWidth);
+/// The same with the ellipsis after the first third.
+std::string CutMiddle(const std::string& strText, std::size_t uWidth);
 
 } // namespace VUKO::VUKOCrond::Ctl

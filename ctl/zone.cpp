@@ -47,6 +47,12 @@ std::tm LocalTime(std::time_t tInstant) {
     return tmLocal;
 }
 
+std::string Formatted(std::time_t tInstant, const char* szFormat) {
+    const std::tm tmLocal = LocalTime(tInstant);
+    char szText[96];
+    return std::string(szText, std::strftime(szText, sizeof(szText), szFormat, &tmLocal));
+}
+
 /// The first instant at which the wall clock shows that time.
 std::time_t FirstInstantOf(const std::tm& tmWanted) {
     std::time_t tFirst = -1;
@@ -82,6 +88,27 @@ void UseZone(const std::string& strZone) {
         }
         setenv("TZ", strZone.c_str(), 1);
     }
+    tzset();
+}
+
+void UseServiceZone(const Json::Value& jsStatus) {
+    const std::string strZone = jsStatus["tz"].asString();
+    if (strZone.empty()) {
+        unsetenv("TZ");
+    } else {
+        setenv("TZ", strZone.c_str(), 1);
+    }
+    tzset();
+    const long lOffset = static_cast<long>(jsStatus["offset"].asInt64());
+    if (LocalTime(static_cast<std::time_t>(jsStatus["now"].asInt64())).tm_gmtoff == lOffset) {
+        return;
+    }
+    // It runs somewhere else, as in a container with another /etc/localtime: what it shows now is all that is known.
+    const long lMinutes = std::labs(lOffset) / 60;
+    char szRule[64];
+    std::snprintf(szRule, sizeof(szRule), "<%c%02ld%02ld>%c%ld:%02ld", lOffset < 0 ? '-' : '+', lMinutes / 60,
+                  lMinutes % 60, lOffset < 0 ? '+' : '-', lMinutes / 60, lMinutes % 60);
+    setenv("TZ", szRule, 1);
     tzset();
 }
 
@@ -128,6 +155,18 @@ std::time_t ParseTime(const std::string& strText) {
         RefuseTime(strText);
     }
     return FirstInstantOf(tmWanted);
+}
+
+std::string ShortText(std::time_t tInstant) {
+    return Formatted(tInstant, "%Y-%m-%d %H:%M");
+}
+
+std::string ShortTextWithSeconds(std::time_t tInstant) {
+    return Formatted(tInstant, "%Y-%m-%d %H:%M:%S");
+}
+
+std::string ShortTextWithZone(std::time_t tInstant) {
+    return Formatted(tInstant, "%a %Y-%m-%d %H:%M:%S %Z");
 }
 
 std::string LocalText(std::time_t tInstant) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <json/json.h>
+
 #include <ctime>
 #include <string>
 
@@ -13,6 +15,9 @@ void UseZone(const std::string& strZone);
 /// The zone's name, as people know it: what was asked for, else the system's own, else "UTC".
 std::string ZoneName(const std::string& strAskedFor);
 
+/// Makes the zone that of the service, as its status tells it: jobs start by its wall clock, whatever TZ is here.
+void UseServiceZone(const Json::Value& jsStatus);
+
 /// Reads "@EPOCH" or local "YYYY-MM-DDTHH:MM[:SS]". A local time that comes twice means the first; one that never comes
 /// means the instant as far after the gap.
 ///
@@ -21,6 +26,11 @@ std::time_t ParseTime(const std::string& strText);
 
 /// "2026-11-20T03:00:00+02:00"
 std::string LocalText(std::time_t tInstant);
+
+/// "2026-11-20 03:00", for people who know their zone; with seconds, or with the zone's abbreviation.
+std::string ShortText(std::time_t tInstant);
+std::string ShortTextWithSeconds(std::time_t tInstant);
+std::string ShortTextWithZone(std::time_t tInstant);
 
 /// The same day and time of day so many years on; the 28th for a 29th of February that is not there.
 std::time_t YearsLater(std::time_t tInstant, int iYears);

@@ -1,10 +1,14 @@
+#include <algorithm>
 #include <iostream>
 #include <memory>
 
 #include "ctl/client.h"
 #include "ctl/command.h"
+#include "ctl/jobview.h"
 #include "ctl/pager.h"
+#include "ctl/sparkline.h"
 #include "ctl/table.h"
+#include "ctl/text.h"
 #include "ctl/words.h"
 #include "ctl/zone.h"
 
@@ -12,50 +16,160 @@ namespace VUKO::VUKOCrond::Ctl {
 
 namespace {
 
-Json::Value HistoryOf(Client& client, const std::string& strJob) {
-    Json::Value jsMembers(Json::objectValue);
-    jsMembers["job"] = strJob;
+struct Asked {
+    std::string strJob;
+    std::string strSince;
+    std::string strUntil;
+    unsigned uLines = 0; ///< 0: all
+};
+
+/// An outcome and the job that it is of.
+struct Entry {
+    std::string strJob;
+    Json::Value jsOutcome;
+
+    std::int64_t Decided() const { return jsOutcome["decided"].asInt64(); }
+};
+
+/// The ledger of a job, newest first, as far as it is asked for. Times are of the zone that is in use.
+Json::Value HistoryOf(Client& client, const std::string& strJob, const Asked& asked) {
     Json::Value jsHistory(Json::objectValue);
-    jsHistory["outcomes"] = client.AskAll("history", jsMembers);
-    jsHistory["job"] = client.Ask("show", jsMembers)["id"];
+    jsHistory["outcomes"] = Json::Value(Json::arrayValue);
+    const std::int64_t iSince = asked.strSince.empty() ? INT64_MIN : ParseTime(asked.strSince);
+    const std::int64_t iUntil = asked.strUntil.empty() ? INT64_MAX : ParseTime(asked.strUntil);
+    for (const Json::Value& jsOutcome : client.AskAll("history", Naming(strJob))) {
+        const std::int64_t iDecided = jsOutcome["decided"].asInt64();
+        const bool bHasRoom = asked.uLines == 0 || jsHistory["outcomes"].size() < asked.uLines;
+        if (bHasRoom && iSince <= iDecided && iDecided <= iUntil) {
+            jsHistory["outcomes"].append(jsOutcome);
+        }
+    }
+    jsHistory["job"] = client.Ask("show", Naming(strJob))["id"];
     return jsHistory;
 }
 
-void AddRows(Table& table, const Json::Value& jsHistory) {
+bool HasFigures(const Json::Value& jsEnd) {
+    return jsEnd.isObject() && jsEnd["kind"] != "running" && jsEnd["kind"] != "lost";
+}
+
+Cell OutcomeCell(const Json::Value& jsOutcome) {
+    return {jsOutcome["outcome"] == "skipped" ? Style::Warn : Style::Plain, OutcomeText(jsOutcome)};
+}
+
+/// A terminal that has room for the figures of the jobs' processors, too.
+constexpr std::size_t WIDE = 100;
+
+std::vector<Column> ColumnsFor(bool bOfAll, bool bCpu) {
+    std::vector<Column> vecColumns = {"TIME"};
+    if (bOfAll) {
+        vecColumns.emplace_back("JOB", 12, Align::Left, Cut::Middle);
+    }
+    vecColumns.emplace_back("OUTCOME", 12);
+    vecColumns.emplace_back("END", 8);
+    vecColumns.emplace_back("DURATION", Column::KEPT, Align::Right);
+    if (bCpu) {
+        vecColumns.emplace_back("CPU", Column::KEPT, Align::Right);
+    }
+    vecColumns.emplace_back("MEMORY", Column::KEPT, Align::Right);
+    return vecColumns;
+}
+
+std::vector<Cell> RowOf(const Entry& entry, bool bOfAll, bool bCpu) {
+    const Json::Value& jsEnd = entry.jsOutcome["end"];
+    const bool bEnded = HasFigures(jsEnd);
+    std::vector<Cell> vecRow = {ShortTextWithSeconds(static_cast<std::time_t>(entry.Decided()))};
+    if (bOfAll) {
+        vecRow.emplace_back(entry.strJob);
+    }
+    vecRow.push_back(OutcomeCell(entry.jsOutcome));
+    vecRow.push_back(EndCell(jsEnd, "kind"));
+    vecRow.emplace_back(bEnded ? RunTimeText(jsEnd["durationUsec"].asInt64()) : "-");
+    if (bCpu) {
+        vecRow.emplace_back(bEnded ? RunTimeText(jsEnd["cpuUsec"].asInt64()) : "-");
+    }
+    vecRow.emplace_back(bEnded ? MemoryText(jsEnd["maxRssKib"].asInt64()) : "-");
+    return vecRow;
+}
+
+Table TableOf(const std::vector<Entry>& vecEntries, bool bOfAll) {
+    const bool bCpu = !bOfAll || TerminalWidth() == 0 || TerminalWidth() >= WIDE;
+    Table table(ColumnsFor(bOfAll, bCpu));
+    for (const Entry& entry : vecEntries) {
+        table.Add(RowOf(entry, bOfAll, bCpu));
+    }
+    return table;
+}
+
+/// The durations of a job's runs as a row of bars, oldest first, as many as have room.
+void PrintDurations(const Json::Value& jsHistory) {
+    constexpr std::size_t INDENT = 2;
+    const std::size_t uRoom = TerminalWidth() == 0 ? 100 : std::max<std::size_t>(TerminalWidth(), 3) - INDENT;
+    std::vector<Bar> vecBars;
+    std::int64_t iMost = 0;
     for (const Json::Value& jsOutcome : jsHistory["outcomes"]) {
         const Json::Value& jsEnd = jsOutcome["end"];
-        const bool bEnded = jsEnd.isObject() && jsEnd["kind"] != "running" && jsEnd["kind"] != "lost";
-        table.Add({LocalText(static_cast<std::time_t>(jsOutcome["decided"].asInt64())), jsHistory["job"].asString(),
-                   OutcomeText(jsOutcome), jsEnd.isObject() ? EndText(jsEnd, "kind") : "-",
-                   bEnded ? RunTimeText(jsEnd["durationUsec"].asInt64()) : "-",
-                   bEnded ? RunTimeText(jsEnd["cpuUsec"].asInt64()) : "-",
-                   bEnded ? MemoryText(jsEnd["maxRssKib"].asInt64()) : "-"});
+        if (HasFigures(jsEnd) && vecBars.size() < uRoom) {
+            vecBars.push_back({jsEnd["durationUsec"].asInt64(), HasFailed(jsEnd, "kind")});
+            iMost = std::max(iMost, vecBars.back().iValue);
+        }
+    }
+    if (vecBars.size() < 2) {
+        return; // nothing to compare
+    }
+    std::reverse(vecBars.begin(), vecBars.end());
+    const bool bFailed = std::any_of(vecBars.begin(), vecBars.end(), [](const Bar& bar) { return bar.bBad; });
+    std::cout << "\nDurations of the last " << vecBars.size() << " runs, oldest first, up to " << RunTimeText(iMost)
+              << (!bFailed      ? ""
+                  : HasColour() ? "; failed: coloured"
+                                : "; failed: !")
+              << "\n"
+              << std::string(INDENT, ' ') << Sparkline(vecBars, INDENT) << "\n";
+}
+
+std::vector<Entry> EntriesOf(const Json::Value& jsHistories, unsigned uLines) {
+    std::vector<Entry> vecEntries;
+    for (const Json::Value& jsHistory : jsHistories) {
+        for (const Json::Value& jsOutcome : jsHistory["outcomes"]) {
+            vecEntries.push_back({jsHistory["job"].asString(), jsOutcome});
+        }
+    }
+    std::stable_sort(vecEntries.begin(), vecEntries.end(),
+                     [](const Entry& left, const Entry& right) { return left.Decided() > right.Decided(); });
+    if (uLines != 0 && vecEntries.size() > uLines) {
+        vecEntries.resize(uLines);
+    }
+    return vecEntries;
+}
+
+void Print(const Json::Value& jsHistories, const Asked& asked) {
+    const std::vector<Entry> vecEntries = EntriesOf(jsHistories, asked.uLines);
+    if (vecEntries.empty()) {
+        std::cout << "The ledger holds nothing of that.\n";
+        return;
+    }
+    TableOf(vecEntries, asked.strJob.empty()).Print(std::cout);
+    if (!asked.strJob.empty()) {
+        PrintDurations(jsHistories[0]);
     }
 }
 
-ExitStatus Run(const std::string& strJob, const Common& common) {
-    UseZone(std::string());
+ExitStatus Run(const Asked& asked, const Common& common) {
     Client client(common.strRoot);
+    StatusInItsZone(client);
     Json::Value jsResult(Json::objectValue);
     jsResult["jobs"] = Json::Value(Json::arrayValue);
-    Table table({"TIME", "JOB", "OUTCOME", "END", "DURATION", "CPU", "MEMORY"});
-    std::vector<std::string> vecJobs = {strJob};
-    if (strJob.empty()) {
-        vecJobs.clear();
+    if (!asked.strJob.empty()) {
+        jsResult["jobs"].append(HistoryOf(client, asked.strJob, asked));
+    } else {
         for (const Json::Value& jsJob : client.AskAll("list")) {
-            vecJobs.push_back(jsJob["id"].asString());
+            jsResult["jobs"].append(HistoryOf(client, jsJob["id"].asString(), asked));
         }
-    }
-    for (const std::string& strOne : vecJobs) {
-        const Json::Value jsHistory = HistoryOf(client, strOne);
-        AddRows(table, jsHistory);
-        jsResult["jobs"].append(jsHistory);
     }
     if (common.bJson) {
         PrintJson(jsResult);
     } else {
         const Pager pager(common);
-        table.Print(std::cout);
+        Print(jsResult["jobs"], asked);
     }
     return EXIT_DONE;
 }
@@ -63,10 +177,17 @@ ExitStatus Run(const std::string& strJob, const Common& common) {
 } // namespace
 
 void AddHistory(CLI::App& app, Common& common) {
-    const auto strJob = std::make_shared<std::string>();
-    AddCommand(app, common, "history", "Show what became of the due minutes of a job, or of all, newest first",
-               [strJob, &common] { return Run(*strJob, common); })
-        ->add_option("JOB", *strJob, "Its name, or FOLDER/NAME, or FOLDER/PACKAGE/NAME");
+    const auto asked = std::make_shared<Asked>();
+    CLI::App* const pCommand =
+        AddCommand(app, common, "history", "Show what became of the due minutes of a job, or of all, newest first",
+                   [asked, &common] { return Run(*asked, common); });
+    pCommand->add_option("JOB", asked->strJob, "Its name, or FOLDER/NAME, or FOLDER/PACKAGE/NAME");
+    pCommand->add_option("-n,--lines", asked->uLines, "At most so many, the newest")
+        ->type_name("N")
+        ->check(CLI::PositiveNumber.description(""));
+    pCommand->add_option("--since", asked->strSince, "Decided then or later: @EPOCH or local YYYY-MM-DDTHH:MM[:SS]")
+        ->type_name("TIME");
+    pCommand->add_option("--until", asked->strUntil, "Decided then or earlier")->type_name("TIME");
 }
 
 } // namespace VUKO::VUKOCrond::Ctl

@@ -1,9 +1,15 @@
+#include <fnmatch.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <ctime>
 #include <iostream>
+#include <memory>
 
+#include "crond/cronjob.h"
 #include "ctl/client.h"
 #include "ctl/command.h"
-#include "ctl/nextstarts.h"
+#include "ctl/jobview.h"
 #include "ctl/pager.h"
 #include "ctl/table.h"
 #include "ctl/words.h"
@@ -13,59 +19,168 @@ namespace VUKO::VUKOCrond::Ctl {
 
 namespace {
 
-using namespace Service;
+struct Asked {
+    std::vector<std::string> vecPatterns;
+    std::vector<std::string> vecStates;
+    bool bFull = false;
 
-/// As much of a job as its next start by schedule needs.
-Job Scheduled(const Json::Value& jsJob) {
-    Job job;
-    job.strSchedule = jsJob["schedule"].asString();
-    job.schedule = Schedule(job.strSchedule);
-    return job;
+    bool IsForAll() const { return vecPatterns.empty() && vecStates.empty(); }
+};
+
+/// A terminal that has room for every column.
+constexpr std::size_t WIDE = 130;
+
+bool IsAskedFor(const Asked& asked, const Json::Value& jsJob) {
+    const auto matches = [&jsJob](const std::string& strPattern) {
+        return fnmatch(strPattern.c_str(), jsJob["id"].asCString(), 0) == 0 ||
+               fnmatch(strPattern.c_str(), jsJob["name"].asCString(), 0) == 0;
+    };
+    const auto stands = [&jsJob](const std::string& strState) {
+        return jsJob["state"] == strState || (strState == "failed" && HasFailed(jsJob["last"], "end"));
+    };
+    return (asked.vecPatterns.empty() || std::any_of(asked.vecPatterns.begin(), asked.vecPatterns.end(), matches)) &&
+           (asked.vecStates.empty() || std::any_of(asked.vecStates.begin(), asked.vecStates.end(), stands));
 }
 
-std::string LastText(const Json::Value& jsJob, std::time_t tNow) {
-    if (jsJob["lastExecution"].isNull()) {
-        return "never";
+/// The jobs that are asked for, with "next" (null: none comes), in the order of the service.
+std::vector<Json::Value> JobsAskedFor(const Asked& asked, Client& client, Service::ClockPolicy ePolicy,
+                                      std::time_t tNow) {
+    std::vector<Json::Value> vecJobs;
+    for (Json::Value& jsJob : client.AskAll("list")) {
+        if (IsAskedFor(asked, jsJob)) {
+            const std::optional<std::time_t> next = NextStartOf(jsJob, ePolicy, tNow);
+            jsJob["next"] = next ? Json::Value(static_cast<Json::Int64>(*next)) : Json::Value();
+            vecJobs.push_back(std::move(jsJob));
+        }
     }
-    const std::int64_t iAgo = std::max<std::int64_t>(0, tNow - jsJob["lastExecution"].asInt64());
-    return DurationText(iAgo) + " ago" + (jsJob["last"].isNull() ? "" : ", " + EndText(jsJob["last"], "end"));
+    return vecJobs;
 }
 
-ExitStatus Run(const Common& common) {
-    UseZone(std::string());
-    Client client(common.strRoot);
-    const std::time_t tNow = time(nullptr);
-    const ClockPolicy ePolicy = ClockPolicyOf(client.Ask("status")["policy"].asString()).value_or(ClockPolicy::CatchUp);
-    Json::Value jsJobs = client.AskAll("list");
-    Table table({"JOB", "ACCOUNT", "STATE", "NEXT", "LEFT", "LAST", "SCHEDULE"});
-    for (Json::Value& jsJob : jsJobs) {
-        const bool bGoesOn = jsJob["enabled"].asBool() && jsJob["state"] != "invalid";
-        const std::vector<NextStart> vecNext =
-            bGoesOn ? FindNextStarts(Scheduled(jsJob), ePolicy, tNow, 1) : std::vector<NextStart>();
-        jsJob["next"] =
-            vecNext.empty() ? Json::Value() : Json::Value(static_cast<Json::Int64>(vecNext.front().tInstant));
-        table.Add({jsJob["id"].asString(), jsJob["account"].asString(), jsJob["state"].asString(),
-                   vecNext.empty() ? "-" : LocalText(vecNext.front().tInstant),
-                   vecNext.empty() ? "-" : DurationText(vecNext.front().tInstant - tNow), LastText(jsJob, tNow),
+/// Those that start soonest first, those that never do at the end.
+bool StartsBefore(const Json::Value& jsLeft, const Json::Value& jsRight) {
+    const auto key = [](const Json::Value& jsJob) {
+        return std::pair(jsJob["next"].isNull(), jsJob["next"].isNull() ? 0 : jsJob["next"].asInt64());
+    };
+    return key(jsLeft) < key(jsRight);
+}
+
+std::string Ago(const Json::Value& jsEpoch, std::time_t tNow) {
+    const std::int64_t iAgo = std::max<std::int64_t>(0, tNow - jsEpoch.asInt64());
+    return (iAgo < 60 ? DurationText(iAgo) : DurationText(iAgo / 60 * 60)) + " ago";
+}
+
+struct Times {
+    std::string strNext = "-";
+    std::string strLeft = "-";
+    std::string strLast = "never";
+    std::string strAgo = "never";
+};
+
+Times TimesOf(const Json::Value& jsJob, std::time_t tNow) {
+    Times times;
+    if (!jsJob["next"].isNull()) {
+        const auto tNext = static_cast<std::time_t>(jsJob["next"].asInt64());
+        times.strNext = ShortText(tNext);
+        times.strLeft = "in " + DurationText(tNext - tNow);
+    }
+    if (!jsJob["lastExecution"].isNull()) {
+        times.strLast = ShortText(static_cast<std::time_t>(jsJob["lastExecution"].asInt64()));
+        times.strAgo = Ago(jsJob["lastExecution"], tNow);
+    }
+    return times;
+}
+
+Table WideTable(const std::vector<Json::Value>& vecJobs, std::time_t tNow) {
+    Table table({{"JOB", 16, Align::Left, Cut::Middle},
+                 {"ACCOUNT", 8},
+                 "STATE",
+                 "NEXT",
+                 "LEFT",
+                 "LAST",
+                 "PASSED",
+                 {"RESULT", 10},
+                 {"SCHEDULE", 12}});
+    for (const Json::Value& jsJob : vecJobs) {
+        const Times times = TimesOf(jsJob, tNow);
+        table.Add({jsJob["id"].asString(), jsJob["account"].asString(), StateCell(jsJob), times.strNext, times.strLeft,
+                   times.strLast, times.strAgo == "never" ? "-" : times.strAgo, EndCell(jsJob["last"], "end"),
                    jsJob["words"].asString()});
     }
+    return table;
+}
+
+Table NarrowTable(const std::vector<Json::Value>& vecJobs, std::time_t tNow) {
+    Table table({{"JOB", 12, Align::Left, Cut::Middle}, "STATE", "NEXT", "LEFT", {"LAST", 10}});
+    for (const Json::Value& jsJob : vecJobs) {
+        const Times times = TimesOf(jsJob, tNow);
+        Cell last = EndCell(jsJob["last"], "end");
+        last.strText = times.strAgo + (jsJob["last"].isNull() ? "" : ", " + last.strText);
+        table.Add({jsJob["id"].asString(), StateCell(jsJob), times.strNext, times.strLeft, last});
+    }
+    return table;
+}
+
+/// What to do about a list that is empty.
+std::string EmptyText(const Asked& asked) {
+    if (!asked.IsForAll()) {
+        return "No job fits. Without names and --state, list shows all that there are.";
+    }
+    if (geteuid() == 0) {
+        return std::string("There are no jobs. Put a definition into ") + SZF_CRON_FOLDER_PKG +
+               ", see vukocrond(8); vukocronctl status tells what was refused.";
+    }
+    return "No job runs as your account, and others are root's to see. Put a definition into your package's folder "
+           "below " +
+           std::string(SZF_CRON_FOLDER_PKG_NONROOT) + ", see vukocrond(8).";
+}
+
+void Print(const Asked& asked, std::vector<Json::Value> vecJobs, std::time_t tNow) {
+    if (vecJobs.empty()) {
+        std::cout << EmptyText(asked) << "\n";
+        return;
+    }
+    std::stable_sort(vecJobs.begin(), vecJobs.end(), StartsBefore);
+    const bool bWide = asked.bFull || TerminalWidth() == 0 || TerminalWidth() >= WIDE;
+    const Table table = bWide ? WideTable(vecJobs, tNow) : NarrowTable(vecJobs, tNow);
+    table.Print(std::cout, asked.bFull);
+    std::cout << "\n"
+              << vecJobs.size() << (vecJobs.size() == 1 ? " job" : " jobs") << " listed."
+              << (bWide ? "" : " Accounts and schedules: vukocronctl list --full") << "\n";
+}
+
+ExitStatus Run(const Asked& asked, const Common& common) {
+    Client client(common.strRoot);
+    const Json::Value jsStatus = StatusInItsZone(client);
+    const std::time_t tNow = NowOf(jsStatus);
+    const Service::ClockPolicy ePolicy = PolicyOf(jsStatus);
+    const std::vector<Json::Value> vecJobs = JobsAskedFor(asked, client, ePolicy, tNow);
     if (common.bJson) {
         Json::Value jsResult(Json::objectValue);
-        jsResult["jobs"] = jsJobs;
+        jsResult["jobs"] = Json::Value(Json::arrayValue);
+        for (const Json::Value& jsJob : vecJobs) {
+            jsResult["jobs"].append(jsJob);
+        }
         PrintJson(jsResult);
-    } else {
-        const Pager pager(common);
-        table.Print(std::cout);
-        std::cout << "\n" << jsJobs.size() << (jsJobs.size() == 1 ? " job" : " jobs") << " listed.\n";
+        return EXIT_DONE;
     }
+    const Pager pager(common);
+    Print(asked, vecJobs, tNow);
     return EXIT_DONE;
 }
 
 } // namespace
 
 void AddList(CLI::App& app, Common& common) {
-    AddCommand(app, common, "list", "Show the jobs, when they start next and how they ended",
-               [&common] { return Run(common); });
+    const auto asked = std::make_shared<Asked>();
+    CLI::App* const pCommand = AddCommand(app, common, "list", "Show the jobs, when they start next and how they ended",
+                                          [asked, &common] { return Run(*asked, common); });
+    pCommand->add_option("PATTERN", asked->vecPatterns,
+                         "Only jobs whose identity or name is that, or fits it (* ? [])");
+    pCommand->add_option("--state", asked->vecStates, "Only jobs in one of these states; failed: at their last run")
+        ->type_name("STATE,...")
+        ->delimiter(',')
+        ->check(CLI::IsMember({"waiting", "running", "pending", "disabled", "invalid", "failed"}).description(""));
+    pCommand->add_flag("-l,--full", asked->bFull, "Show every column, and cut nothing");
 }
 
 } // namespace VUKO::VUKOCrond::Ctl

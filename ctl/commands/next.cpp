@@ -5,6 +5,7 @@
 
 #include "ctl/command.h"
 #include "ctl/jobs.h"
+#include "ctl/jobview.h"
 #include "ctl/nextstarts.h"
 #include "ctl/pager.h"
 #include "ctl/table.h"
@@ -53,6 +54,11 @@ Json::Value ToJson(const Job& job, const std::vector<NextStart>& vecStarts) {
 
 ExitStatus Run(const Asked& asked, const Common& common) {
     UseZone(asked.strZone);
+    const bool bInstalled = asked.strCrontab.empty() && asked.strFile.empty();
+    if (bInstalled && asked.strZone.empty()) {
+        Client client(common.strRoot);
+        StatusInItsZone(client);
+    }
     const std::time_t tFrom = asked.strFrom.empty() ? time(nullptr) : ParseTime(asked.strFrom);
     Json::Value jsResult(Json::objectValue);
     jsResult["zone"] = ZoneName(asked.strZone);

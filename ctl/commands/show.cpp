@@ -1,9 +1,14 @@
 #include <iostream>
 #include <memory>
+#include <sstream>
 
 #include "ctl/client.h"
 #include "ctl/command.h"
-#include "ctl/table.h"
+#include "ctl/jobview.h"
+#include "ctl/pager.h"
+#include "ctl/sheet.h"
+#include "ctl/surroundings.h"
+#include "ctl/text.h"
 #include "ctl/words.h"
 #include "ctl/zone.h"
 
@@ -11,52 +16,114 @@ namespace VUKO::VUKOCrond::Ctl {
 
 namespace {
 
-void Line(const char* szName, const std::string& strValue) {
-    std::cout << std::string(14 - std::min<std::size_t>(13, std::string(szName).size()), ' ') << szName << ": "
-              << strValue << "\n";
-}
+struct Asked {
+    std::vector<std::string> vecJobs;
+    bool bEffective = false;
+};
 
 std::string InstantText(const Json::Value& jsEpoch) {
-    return jsEpoch.isNull() ? "never" : LocalText(static_cast<std::time_t>(jsEpoch.asInt64()));
+    return jsEpoch.isNull() ? "never" : ShortTextWithZone(static_cast<std::time_t>(jsEpoch.asInt64()));
 }
 
-void Print(const Json::Value& jsJob) {
-    std::cout << jsJob["id"].asString() << " - " << jsJob["state"].asString() << "\n";
-    Line("File", jsJob["file"].asString());
-    Line("Account", jsJob["account"].asString());
-    Line("Fields", jsJob["fields"].asString());
-    Line("Values", jsJob["schedule"].asString() + " (" + jsJob["words"].asString() + ")");
-    Line("Overlap", jsJob["overlap"].asString());
-    Line("Timeout", jsJob["timeout"].asInt() == 0 ? "none" : std::to_string(jsJob["timeout"].asInt()) + " s");
-    Line("Passive", jsJob["runOnPassive"].asBool() ? "runs" : "does not run");
-    Line("Guarantee", jsJob["assureHours"].asInt() == 0
-                          ? "none"
-                          : "within " + std::to_string(jsJob["assureHours"].asInt()) + " h, " +
-                                jsJob["assureAction"].asString() + (jsJob["overdue"].asBool() ? ", overdue" : ""));
-    Line("Known since", InstantText(jsJob["startup"]));
-    Line("Last start", InstantText(jsJob["lastExecution"]));
+std::string PassedText(const Json::Value& jsEpoch, std::time_t tNow) {
+    return jsEpoch.isNull() ? "never"
+                            : InstantText(jsEpoch) + "; " +
+                                  DurationText(std::max<std::int64_t>(0, tNow - jsEpoch.asInt64())) + " ago";
+}
+
+std::string NextText(const Json::Value& jsJob, std::time_t tNow) {
+    if (!jsJob["next"].isNull()) {
+        return InstantText(jsJob["next"]) + "; in " + DurationText(jsJob["next"].asInt64() - tNow);
+    }
+    return jsJob["state"] == "invalid"  ? "none: its definition is refused, see vukocronctl status"
+           : !jsJob["enabled"].asBool() ? "none: it is disabled"
+                                        : "none within the next years";
+}
+
+std::string GuaranteeText(const Json::Value& jsJob) {
+    return jsJob["assureHours"].asInt() == 0
+               ? "none"
+               : "within " + std::to_string(jsJob["assureHours"].asInt()) + " h, " + jsJob["assureAction"].asString() +
+                     (jsJob["overdue"].asBool() ? ", overdue" : "");
+}
+
+void AddRuns(Sheet& sheet, const Json::Value& jsJob, std::time_t tNow) {
+    sheet.Add("Next start", NextText(jsJob, tNow));
+    sheet.Add("Last start", PassedText(jsJob["lastExecution"], tNow));
     if (!jsJob["last"].isNull()) {
-        Line("Last end",
-             EndText(jsJob["last"], "end") + " after " + RunTimeText(jsJob["last"]["durationUsec"].asInt64()));
+        Cell end = EndCell(jsJob["last"], "end");
+        if (jsJob["last"]["end"] != "running" && jsJob["last"]["end"] != "lost") {
+            end.strText += " after " + RunTimeText(jsJob["last"]["durationUsec"].asInt64());
+        }
+        sheet.Add("Last end", end);
     }
     if (jsJob.isMember("running")) {
-        Line("Running", "process " + std::to_string(jsJob["running"]["pid"].asInt()) + " since " +
-                            InstantText(jsJob["running"]["since"]));
+        sheet.Add("Running", {Style::Good, "process " + std::to_string(jsJob["running"]["pid"].asInt()) + " since " +
+                                               PassedText(jsJob["running"]["since"], tNow)});
+    }
+    sheet.Add("Known since", InstantText(jsJob["startup"]));
+}
+
+Sheet SheetOf(const Json::Value& jsJob, std::time_t tNow) {
+    const bool bOverdue = jsJob["overdue"].asBool();
+    Sheet sheet;
+    sheet.Add("File", jsJob["file"].asString());
+    sheet.Add("Account", jsJob["account"].asString());
+    sheet.Add("Fields", jsJob["fields"].asString());
+    sheet.Add("Values", jsJob["schedule"].asString() + " (" + jsJob["words"].asString() + ")");
+    AddRuns(sheet, jsJob, tNow);
+    sheet.Add("Overlap", jsJob["overlap"].asString());
+    sheet.Add("Timeout", jsJob["timeout"].asInt() == 0 ? "none" : std::to_string(jsJob["timeout"].asInt()) + " s");
+    sheet.Add("Passive", jsJob["runOnPassive"].asBool() ? "runs" : "does not run");
+    sheet.Add("Guarantee", {bOverdue ? Style::Warn : Style::Plain, GuaranteeText(jsJob)});
+    if (jsJob.isMember("effective")) {
+        AddSurroundings(sheet, jsJob["effective"], jsJob["account"].asString());
     }
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "  ";
-    std::cout << Json::writeString(builder, jsJob["definition"]) << "\n";
+    builder["emitUTF8"] = true;
+    std::istringstream definition(Json::writeString(builder, jsJob["definition"]));
+    for (std::string strLine; std::getline(definition, strLine);) {
+        strLine.find('{') == 0 ? sheet.Add("Definition", strLine) : sheet.Continue(strLine);
+    }
+    return sheet;
 }
 
-ExitStatus Run(const std::string& strJob, const Common& common) {
-    UseZone(std::string());
-    Json::Value jsMembers(Json::objectValue);
-    jsMembers["job"] = strJob;
-    const Json::Value jsJob = Client(common.strRoot).Ask("show", jsMembers);
+Json::Value JobAskedFor(Client& client, const std::string& strJob, bool bEffective, Service::ClockPolicy ePolicy,
+                        std::time_t tNow) {
+    Json::Value jsMembers = Naming(strJob);
+    if (bEffective) {
+        jsMembers["effective"] = true;
+    }
+    Json::Value jsJob = client.Ask("show", jsMembers);
+    const std::optional<std::time_t> next = NextStartOf(jsJob, ePolicy, tNow);
+    jsJob["next"] = next ? Json::Value(static_cast<Json::Int64>(*next)) : Json::Value();
+    return jsJob;
+}
+
+ExitStatus Run(const Asked& asked, const Common& common) {
+    Client client(common.strRoot);
+    const Json::Value jsStatus = StatusInItsZone(client);
+    const std::time_t tNow = NowOf(jsStatus);
+    const Service::ClockPolicy ePolicy = PolicyOf(jsStatus);
+    std::vector<Json::Value> vecShown;
+    for (const std::string& strJob : asked.vecJobs) {
+        vecShown.push_back(JobAskedFor(client, strJob, asked.bEffective, ePolicy, tNow));
+    }
     if (common.bJson) {
-        PrintJson(jsJob);
-    } else {
-        Print(jsJob);
+        Json::Value jsAll(Json::objectValue);
+        for (const Json::Value& jsJob : vecShown) {
+            jsAll["jobs"].append(jsJob);
+        }
+        PrintJson(vecShown.size() == 1 ? vecShown.front() : jsAll);
+        return EXIT_DONE;
+    }
+    const Pager pager(common);
+    for (std::size_t u = 0; u < vecShown.size(); ++u) {
+        const Cell state = StateCell(vecShown[u]);
+        std::cout << (u == 0 ? "" : "\n") << Styled(Style::Strong, Readable(vecShown[u]["id"].asString())) << " - "
+                  << Styled(state.eStyle, state.strText) << "\n";
+        SheetOf(vecShown[u], tNow).Print(std::cout);
     }
     return EXIT_DONE;
 }
@@ -64,10 +131,12 @@ ExitStatus Run(const std::string& strJob, const Common& common) {
 } // namespace
 
 void AddShow(CLI::App& app, Common& common) {
-    const auto strJob = std::make_shared<std::string>();
-    AddCommand(app, common, "show", "Show everything about a job", [strJob, &common] { return Run(*strJob, common); })
-        ->add_option("JOB", *strJob, "Its name, or FOLDER/NAME, or FOLDER/PACKAGE/NAME")
-        ->required();
+    const auto asked = std::make_shared<Asked>();
+    CLI::App* const pCommand =
+        AddCommand(app, common, "show", "Show everything about jobs", [asked, &common] { return Run(*asked, common); });
+    pCommand->add_option("JOB", asked->vecJobs, "Its name, or FOLDER/NAME, or FOLDER/PACKAGE/NAME")->required();
+    pCommand->add_flag("--effective", asked->bEffective,
+                       "Show its account, groups, directory, environment and limits, too, were it started now");
 }
 
 } // namespace VUKO::VUKOCrond::Ctl

@@ -7,6 +7,7 @@
 #include "ctl/command.h"
 #include "ctl/events.h"
 #include "ctl/jobs.h"
+#include "ctl/jobview.h"
 #include "ctl/pager.h"
 #include "ctl/table.h"
 #include "ctl/zone.h"
@@ -124,6 +125,10 @@ JobTable JobsAskedFor(const Asked& asked, const Common& common, std::time_t tFro
 
 ExitStatus Run(const Asked& asked, const Common& common) {
     UseZone(asked.strZone);
+    if (asked.vecFiles.empty() && asked.strZone.empty()) {
+        Client client(common.strRoot);
+        StatusInItsZone(client);
+    }
     const std::time_t tFrom = ParseTime(asked.strFrom);
     const std::time_t tTo = ParseTime(asked.strTo);
     if (tTo < tFrom) {

@@ -2,9 +2,11 @@
 #include <iostream>
 #include <memory>
 
+#include "ctl/cause.h"
 #include "ctl/client.h"
 #include "ctl/command.h"
-#include "ctl/words.h"
+#include "ctl/jobview.h"
+#include "ctl/text.h"
 #include "ctl/zone.h"
 #include "service/engine/schedule.h"
 #include "service/engine/simulator.h"
@@ -36,60 +38,44 @@ Json::Value OutcomeAt(const Json::Value& jsOutcomes, std::int64_t iLocalMinute, 
     return jsFound;
 }
 
-std::string Sentence(const Json::Value& jsJob, const Json::Value& jsOutcome, const std::string& strTime,
-                     bool bMatches) {
-    const std::string strJob = jsJob["id"].asString();
-    if (jsOutcome.isNull()) {
-        if (!bMatches) {
-            return strJob + " did not run at " + strTime + ": its schedule, " + jsJob["words"].asString() +
-                   ", does not hold that minute.";
-        }
-        return strJob + " was due at " + strTime +
-               ", but the ledger holds nothing of that minute: it lies ahead, is "
-               "older than the last 100 entries, or was before the service knew the job.";
-    }
-    if (jsOutcome["outcome"] == "skipped") {
-        return strJob + " did not run at " + strTime + ": " + OutcomeText(jsOutcome) + ".";
-    }
-    const std::string strLabel = jsOutcome.isMember("label") ? " (" + jsOutcome["label"].asString() + ")" : "";
-    return strJob + " ran for " + strTime + strLabel + ", " + jsOutcome["outcome"].asString() + " at " +
-           LocalText(static_cast<std::time_t>(jsOutcome["decided"].asInt64())) +
-           (jsOutcome["delay"].asInt() > 0 ? " with a delay of " + std::to_string(jsOutcome["delay"].asInt()) + " s"
-                                           : "") +
-           ": " + EndText(jsOutcome["end"], "kind") + ".";
-}
-
-ExitStatus Run(const Asked& asked, const Common& common) {
-    UseZone(std::string());
-    Client client(common.strRoot);
-    Json::Value jsMembers(Json::objectValue);
-    jsMembers["job"] = asked.strJob;
-    const Json::Value jsJob = client.Ask("show", jsMembers);
-    const Json::Value jsOutcomes = client.AskAll("history", jsMembers);
+AskedMinute MinuteAskedFor(const Asked& asked, Client& client) {
+    AskedMinute minute;
+    const Json::Value jsStatus = StatusInItsZone(client);
+    minute.tNow = NowOf(jsStatus);
+    minute.ePolicy = PolicyOf(jsStatus);
+    minute.jsJob = client.Ask("show", Naming(asked.strJob));
+    minute.jsOutcomes = client.AskAll("history", Naming(asked.strJob));
     // Without a time: of the last minute of which there is something to tell.
-    const bool bLast = asked.strAt.empty() && !jsOutcomes.empty();
-    const std::time_t tAt = bLast                 ? static_cast<std::time_t>(jsOutcomes[0]["decided"].asInt64())
-                            : asked.strAt.empty() ? time(nullptr)
-                                                  : ParseTime(asked.strAt);
-    const std::optional<ClockReading> reading = ReadingAt(tAt);
+    const bool bLast = asked.strAt.empty() && !minute.jsOutcomes.empty();
+    minute.tInstant = bLast                 ? static_cast<std::time_t>(minute.jsOutcomes[0]["decided"].asInt64())
+                      : asked.strAt.empty() ? minute.tNow
+                                            : ParseTime(asked.strAt);
+    const std::optional<ClockReading> reading = ReadingAt(minute.tInstant);
     if (!reading) {
         throw ToolError(EXIT_BAD_USAGE, "that time has no local time");
     }
-    const std::int64_t iMinute = bLast ? jsOutcomes[0]["minute"].asInt64() : reading->iLocalMinute;
-    const Json::Value jsOutcome = bLast ? jsOutcomes[0] : OutcomeAt(jsOutcomes, iMinute, tAt);
-    const bool bMatches = Schedule(jsJob["schedule"].asString()).Matches(WallMinuteOf(iMinute));
-    const std::string strTime =
-        LocalText(tAt - reading->iSecond - (reading->iLocalMinute - iMinute) * 60).substr(0, 16);
+    minute.iLocalMinute = bLast ? minute.jsOutcomes[0]["minute"].asInt64() : reading->iLocalMinute;
+    minute.jsOutcome =
+        bLast ? minute.jsOutcomes[0] : OutcomeAt(minute.jsOutcomes, minute.iLocalMinute, minute.tInstant);
+    minute.bMatches = Schedule(minute.jsJob["schedule"].asString()).Matches(WallMinuteOf(minute.iLocalMinute));
+    minute.strTime = LocalText(minute.tInstant - reading->iSecond - (reading->iLocalMinute - minute.iLocalMinute) * 60)
+                         .substr(0, 16);
+    return minute;
+}
+
+ExitStatus Run(const Asked& asked, const Common& common) {
+    Client client(common.strRoot);
+    const AskedMinute minute = MinuteAskedFor(asked, client);
     Json::Value jsResult(Json::objectValue);
-    jsResult["job"] = jsJob["id"];
-    jsResult["at"] = strTime;
-    jsResult["matches"] = bMatches;
-    jsResult["outcome"] = jsOutcome;
-    jsResult["text"] = Sentence(jsJob, jsOutcome, strTime, bMatches);
+    jsResult["job"] = minute.jsJob["id"];
+    jsResult["at"] = minute.strTime;
+    jsResult["matches"] = minute.bMatches;
+    jsResult["outcome"] = minute.jsOutcome;
+    jsResult["text"] = CauseSentence(minute);
     if (common.bJson) {
         PrintJson(jsResult);
     } else {
-        std::cout << jsResult["text"].asString() << "\n";
+        std::cout << Readable(jsResult["text"].asString()) << "\n";
     }
     return EXIT_DONE;
 }

@@ -16,7 +16,7 @@ import textwrap
 _FENCE = re.compile(r"^(?:<!-- file: (?P<file>\S+) -->\n)?^```(?P<kind>\w*)\n(?P<text>.*?)^```$", re.M | re.S)
 _PROMPTS = {"# ": "root", "$ ": "account"}
 _DURATION = r"\d+(?:\.\d+)?(?:d|h|min|s|ms|us|µs)\b"
-_VARYING = ((r"\d{4}-\d\d-\d\dT\d\d:\d\d(?::\d\d)?(?:[+-]\d\d:\d\d|Z)?", "INSTANT"),
+_VARYING = ((r"\d{4}-\d\d-\d\d[T ]\d\d:\d\d(?::\d\d)?(?:[+-]\d\d:\d\d|Z)?", "INSTANT"),
             (rf"\b{_DURATION}(?: {_DURATION})*", "DURATION"),
             (r"\b\d\d:\d\d(?::\d\d)?\b", "CLOCK"),
             (r"(?<!\S)(?:-?\d+ ){4}-?\d+(?!\S)", "VALUES"),
