@@ -174,8 +174,7 @@ void AddList(CLI::App& app, Common& common) {
     const auto asked = std::make_shared<Asked>();
     CLI::App* const pCommand = AddCommand(app, common, "list", "Show the jobs, when they start next and how they ended",
                                           [asked, &common] { return Run(*asked, common); });
-    pCommand->add_option("PATTERN", asked->vecPatterns,
-                         "Only jobs whose identity or name is that, or fits it (* ? [])");
+    pCommand->add_option("JOB", asked->vecPatterns, "Only jobs whose identity or name is that, or fits it (* ? [])");
     pCommand->add_option("--state", asked->vecStates, "Only jobs in one of these states; failed: at their last run")
         ->type_name("STATE,...")
         ->delimiter(',')
