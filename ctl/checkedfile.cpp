@@ -72,18 +72,18 @@ struct FileChecker::Folder {
     std::string strReason = {}; ///< why nothing here is taken
 };
 
-FileChecker::Folder FileChecker::FolderOf(const std::string& strFile) const {
+FileChecker::Folder FileChecker::FolderOf(const std::string& strFile) {
     const fs::path path = Canonical(fs::path(strFile).parent_path());
     Folder folder{path.string()};
     for (const auto& [szKey, szPath] : {std::pair(SZK_CRON_FOLDER_BUILT_IN, SZF_CRON_FOLDER_BUILT_IN),
                                         {SZK_CRON_FOLDER_BUILT_IN_DYN, SZF_CRON_FOLDER_BUILT_IN_DYN},
                                         {SZK_CRON_FOLDER_PKG, SZF_CRON_FOLDER_PKG}}) {
-        if (path == Canonical(_strRoot + szPath)) {
+        if (path == Canonical(szPath)) {
             folder.bOfService = true;
             folder.origin.strFolder = szKey;
         }
     }
-    const fs::path parent = Canonical(_strRoot + SZF_CRON_FOLDER_PKG_NONROOT);
+    const fs::path parent = Canonical(SZF_CRON_FOLDER_PKG_NONROOT);
     if (path == parent) {
         folder.bOfService = true;
         folder.strReason = "lies in no package's folder";
@@ -122,7 +122,7 @@ void FileChecker::CheckFolder(const std::string& strFolder) {
         return;
     }
     const std::size_t uBefore = _vecFiles.size();
-    if (Canonical(strFolder) == Canonical(_strRoot + SZF_CRON_FOLDER_PKG_NONROOT)) {
+    if (Canonical(strFolder) == Canonical(SZF_CRON_FOLDER_PKG_NONROOT)) {
         for (const std::string& strPackage : EntriesOf(strFolder, true)) {
             CheckFolder(strPackage);
         }
@@ -143,14 +143,7 @@ void FileChecker::CheckFile(const std::string& strFile) {
     if (document.strReason.empty()) {
         LookAtDocument(file, folder, document.jsValue);
     } else {
-        ReviewError error{document.strReason, {}, document.strBareReason};
-        if (document.uLine != 0) {
-            const std::size_t uOffset = file.source.OffsetOf(document.uLine, document.uByteColumn);
-            error.span = SourceSpan{uOffset, uOffset};
-        } else if (document.uBadByte != std::string::npos) {
-            error.span = SourceSpan{document.uBadByte, document.uBadByte + 1};
-        }
-        file.review.vecErrors.push_back(error);
+        file.review.vecErrors.push_back(WhyNoDocument(document, file.source));
         file.bDenied = document.bDenied;
     }
     LookAtFile(file, folder);

@@ -22,9 +22,6 @@ struct CheckedFile {
 /// that lie where the service reads: there it is refused, elsewhere it is a draft.
 class FileChecker {
 public:
-    /// @param strRoot  the folder that all the service's folders lie below; empty for none.
-    explicit FileChecker(std::string strRoot) : _strRoot(std::move(strRoot)) {}
-
     /// Looks at a file ("-": standard input), or at each file in a folder that the service would read there.
     void Check(const std::string& strPath);
     std::vector<CheckedFile> Take() { return std::move(_vecFiles); }
@@ -32,14 +29,13 @@ public:
 private:
     struct Folder;
 
-    Folder FolderOf(const std::string& strFile) const;
+    static Folder FolderOf(const std::string& strFile);
     void CheckFolder(const std::string& strFolder);
     void CheckFile(const std::string& strFile);
     void LookAtFile(CheckedFile& file, const Folder& folder) const;
     void LookAtDocument(CheckedFile& file, const Folder& folder, const Json::Value& jsDocument);
     void LookAtName(Review& review, const CheckedFile& file, const Folder& folder, const Json::Value& jsDefinition);
 
-    std::string _strRoot;
     std::vector<CheckedFile> _vecFiles;
     /// Folder and name of each definition that was met, and its file.
     std::map<std::pair<std::string, std::string>, std::string> _mapTaken;

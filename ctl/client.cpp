@@ -1,6 +1,7 @@
 #include "ctl/client.h"
 
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -8,6 +9,7 @@
 #include <cstring>
 #include <map>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "ctl/toolerror.h"
@@ -60,23 +62,36 @@ Client::~Client() {
 }
 
 Json::Value Client::Ask(const std::string& strVerb, Json::Value jsMembers) {
+    Send(strVerb, std::move(jsMembers));
+    return Receive();
+}
+
+void Client::SetPatience(int iSeconds) {
+    const timeval patience = {iSeconds, 0};
+    setsockopt(_iFd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
+}
+
+void Client::Send(const std::string& strVerb, Json::Value jsMembers) {
     jsMembers[Protocol::KEY_VERSION] = Protocol::VERSION;
     jsMembers[Protocol::KEY_VERB] = strVerb;
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "";
     const std::string strRequest = Json::writeString(builder, jsMembers);
     // A service that refuses the connection for want of room says so before it closes it: its word is read first.
-    const ssize_t iSent = send(_iFd, strRequest.data(), strRequest.size(), MSG_NOSIGNAL);
-    const int iErrno = errno;
+    _iSendErrno = send(_iFd, strRequest.data(), strRequest.size(), MSG_NOSIGNAL) < 0 ? errno : 0;
+}
+
+Json::Value Client::Receive() {
     std::vector<char> vecReply(Protocol::REPLY_BYTES_MAX);
     const ssize_t iRead = recv(_iFd, vecReply.data(), vecReply.size(), 0);
     if (iRead <= 0) {
-        Unreachable(iSent < 0 ? iErrno : iRead < 0 ? errno : ECONNRESET);
+        Unreachable(_iSendErrno != 0 ? _iSendErrno : iRead < 0 ? errno : ECONNRESET);
     }
     const Json::Value jsReply = Parse(vecReply.data(), static_cast<std::size_t>(iRead));
     if (!jsReply[Protocol::KEY_OK].asBool()) {
         const Json::Value& jsError = jsReply[Protocol::KEY_ERROR];
-        throw ToolError(StatusOf(jsError[Protocol::KEY_CODE].asString()), jsError[Protocol::KEY_MESSAGE].asString());
+        const std::string strCode = jsError[Protocol::KEY_CODE].asString();
+        throw ToolError(StatusOf(strCode), jsError[Protocol::KEY_MESSAGE].asString(), strCode);
     }
     return jsReply[Protocol::KEY_RESULT];
 }
@@ -97,6 +112,9 @@ Json::Value Client::AskAll(const std::string& strVerb, Json::Value jsMembers) {
 }
 
 void Client::Unreachable(int iErrno) const {
+    if (iErrno == EAGAIN) {
+        throw ToolError(EXIT_UNREACHABLE, "the service does not answer at " + _strPath);
+    }
     const bool bAbsent = iErrno == ENOENT || iErrno == ECONNREFUSED;
     // Of a service below a root folder, and where no service manager runs, nobody but its starter knows how.
     const bool bManaged = _strPath == Protocol::SOCKET_PATH && access("/run/systemd/system", F_OK) == 0;

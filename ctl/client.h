@@ -20,6 +20,13 @@ public:
     /// @return the result. @throws ToolError with the status that belongs to the service's error code, or
     ///         EXIT_UNREACHABLE.
     Json::Value Ask(const std::string& strVerb, Json::Value jsMembers = Json::Value(Json::objectValue));
+    /// The two halves of Ask(), for whoever has something else to do meanwhile: the descriptor becomes readable when
+    /// the reply is there.
+    void Send(const std::string& strVerb, Json::Value jsMembers);
+    Json::Value Receive();
+    int Descriptor() const { return _iFd; }
+    /// After so long without a reply the service counts as one that cannot be reached. Without this, there is no end.
+    void SetPatience(int iSeconds);
     /// All pages of a list, one after the other.
     Json::Value AskAll(const std::string& strVerb, Json::Value jsMembers = Json::Value(Json::objectValue));
 
@@ -28,6 +35,7 @@ private:
 
     std::string _strPath;
     int _iFd = -1;
+    int _iSendErrno = 0;
 };
 
 } // namespace VUKO::VUKOCrond::Ctl

@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "ctl/toolerror.h"
 
@@ -16,7 +17,8 @@ struct Common {
     std::string strRoot; ///< canonical; empty: none
     bool bJson = false;
     bool bNoPager = false;
-    std::function<ExitStatus()> run; ///< what the command that was chosen does
+    std::vector<std::string> vecCommand; ///< what stands behind "--", for `add`
+    std::function<ExitStatus()> run;     ///< what the command that was chosen does
 };
 
 /// Adds a command; `run` of `common` is set when it is chosen. Each stands in a file of its own.
@@ -34,6 +36,11 @@ void AddWhy(CLI::App& app, Common& common);
 void AddHistory(CLI::App& app, Common& common);
 void AddLog(CLI::App& app, Common& common);
 void AddRun(CLI::App& app, Common& common);
+void AddAdd(CLI::App& app, Common& common);
+void AddEdit(CLI::App& app, Common& common);
+void AddRemove(CLI::App& app, Common& common);
+/// enable and disable.
+void AddEnableCommands(CLI::App& app, Common& common);
 /// reload, reroll, role, template, drain: one request each.
 void AddOneRequestCommands(CLI::App& app, Common& common);
 

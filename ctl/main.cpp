@@ -1,9 +1,11 @@
+#include <algorithm>
 #include <filesystem>
 #include <iostream>
 
 #include "ctl/command.h"
 #include "ctl/completion.h"
 #include "ctl/text.h"
+#include "service/rootdir.h"
 
 namespace {
 
@@ -18,8 +20,23 @@ std::string Complaint(const CLI::App* pApp, const CLI::Error& error) {
     return pApp->get_name() + ": " + error.what() + "\nTry '" + pApp->get_name() + " --help' for more information.\n";
 }
 
+/// The command of `add` is taken off before anything is parsed: the parser would take "[a,b]" apart, and end at "++".
+/// @return how many arguments are left.
+int TakeCommand(int iCount, char** aArguments, std::vector<std::string>& vecCommand) {
+    char** const aEnd = aArguments + iCount;
+    char** const aDashes = std::find(aArguments, aEnd, std::string("--"));
+    const bool bCompletes =
+        iCount > 1 && aArguments[1] == std::string(COMPLETE); // what is asked then is the line as it is
+    if (bCompletes || aDashes == aEnd || std::find(aArguments, aDashes, std::string("add")) == aDashes) {
+        return iCount;
+    }
+    vecCommand.assign(aDashes + 1, aEnd);
+    return static_cast<int>(aDashes - aArguments);
+}
+
 ExitStatus Work(int iCount, char** aArguments) {
     Common common;
+    iCount = TakeCommand(iCount, aArguments, common.vecCommand);
     CLI::App app(DESCRIPTION, "vukocronctl");
     app.footer(FOOTER);
     app.failure_message(Complaint);
@@ -33,7 +50,7 @@ ExitStatus Work(int iCount, char** aArguments) {
     app.require_subcommand(0, 1); // what is no command is told by its name then
     app.fallthrough();
     for (const auto add : {AddNext, AddSimulate, AddCheck, AddExplain, AddStatus, AddList, AddShow, AddHistory, AddWhy,
-                           AddLog, AddRun, AddOneRequestCommands}) {
+                           AddLog, AddRun, AddAdd, AddEdit, AddRemove, AddEnableCommands, AddOneRequestCommands}) {
         add(app, common);
     }
     if (iCount > 1 && aArguments[1] == std::string(COMPLETE)) {
@@ -51,6 +68,7 @@ ExitStatus Work(int iCount, char** aArguments) {
         common.strRoot = std::filesystem::canonical(common.strRoot).string();
         common.strRoot = common.strRoot == "/" ? std::string() : common.strRoot;
     }
+    const VUKO::VUKOCrond::Service::RootDir root(common.strRoot);
     return common.run();
 }
 

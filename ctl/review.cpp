@@ -57,6 +57,17 @@ Review ReviewDefinition(const Json::Value& jsDefinition, const Service::Definiti
     return review;
 }
 
+ReviewError WhyNoDocument(const Document& document, const SourceText& source) {
+    ReviewError error{document.strReason, {}, document.strBareReason};
+    if (document.uLine != 0) {
+        const std::size_t uOffset = source.OffsetOf(document.uLine, document.uByteColumn);
+        error.span = SourceSpan{uOffset, uOffset};
+    } else if (document.uBadByte != std::string::npos) {
+        error.span = SourceSpan{document.uBadByte, document.uBadByte + 1};
+    }
+    return error;
+}
+
 void FindSpans(Review& review, const Json::Value& jsDefinition, const SourceText& source) {
     for (ReviewError& error : review.vecErrors) {
         error.span = source.Find(jsDefinition, error.place);

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "ctl/document.h"
 #include "ctl/sourcetext.h"
 #include "ctl/warning.h"
 #include "service/definitions/definitionpolicy.h"
@@ -37,6 +38,9 @@ Review ReviewCrontab(const std::string& strCrontab);
 /// @param origin  where it lies, as far as that bears on the account that it may run as.
 Review ReviewDefinition(const Json::Value& jsDefinition,
                         const Service::DefinitionOrigin& origin = Service::DefinitionOrigin());
+
+/// Why a text is no document, with its place.
+ReviewError WhyNoDocument(const Document& document, const SourceText& source);
 
 /// Finds where the definition that was looked at has what is told of it.
 void FindSpans(Review& review, const Json::Value& jsDefinition, const SourceText& source);

@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace VUKO::VUKOCrond::Ctl {
 
@@ -17,12 +18,16 @@ enum ExitStatus : int {
 /// Ends the tool with a message for people and a status for scripts.
 class ToolError : public std::runtime_error {
 public:
-    ToolError(ExitStatus eStatus, const std::string& strMessage) : std::runtime_error(strMessage), _eStatus(eStatus) {}
+    /// @param strCode  the service's error code, where the error is one of its replies.
+    ToolError(ExitStatus eStatus, const std::string& strMessage, std::string strCode = std::string())
+        : std::runtime_error(strMessage), _eStatus(eStatus), _strCode(std::move(strCode)) {}
 
     ExitStatus Status() const { return _eStatus; }
+    const std::string& Code() const { return _strCode; }
 
 private:
     ExitStatus _eStatus;
+    std::string _strCode;
 };
 
 } // namespace VUKO::VUKOCrond::Ctl

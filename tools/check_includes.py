@@ -39,12 +39,12 @@ FLOORS = {
     "service/control": ["service/eventsource.h"] + SHARED,
     "service/control/jobjson": ["service/engine/*.h", "service/launch/surroundings.h", "service/report.h"],
     "service/control/requests": LIBRARY + ["service/control/*.h", "service/core.h", "service/logtext.h"],
-    # What both programs must agree on: the decisions, the reasons of a refusal of a definition and of a file, the words
-    # of the socket, and which texts disturb a terminal.
+    # What both programs must agree on: the decisions, what the folders hold, the reasons of a refusal of a definition and
+    # of a file, where the folders are, the words of the socket, and which texts disturb a terminal.
     "ctl": LIBRARY + ["service/engine/*.h", "service/definitions/definitionfault.h",
                       "service/definitions/definitionfile.h", "service/definitions/definitionpolicy.h",
-                      "service/definitions/definitionreason.h", "service/definitions/jsonfault.h",
-                      "service/control/protocol.h"] + SHARED,
+                      "service/definitions/definitionreason.h", "service/definitions/definitionscan.h",
+                      "service/definitions/jsonfault.h", "service/control/protocol.h", "service/rootdir.h"] + SHARED,
     "ctl/commands": LIBRARY + ["ctl/*.h", "service/engine/*.h"],
     "tests": EVERYTHING,
     "bench": EVERYTHING,

@@ -12,7 +12,7 @@ namespace VUKO::VUKOCrond::Ctl {
 namespace {
 
 ExitStatus Run(const std::vector<std::string>& vecPaths, const Common& common) {
-    FileChecker checker(common.strRoot);
+    FileChecker checker;
     for (const std::string& strPath : vecPaths) {
         checker.Check(strPath);
     }

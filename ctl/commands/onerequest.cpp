@@ -1,12 +1,18 @@
+#include <ctime>
 #include <iostream>
 #include <memory>
 
 #include "ctl/client.h"
 #include "ctl/command.h"
+#include "ctl/nextstarttext.h"
 
 namespace VUKO::VUKOCrond::Ctl {
 
 namespace {
+
+std::string Counted(Json::UInt uCount, const std::string& strWhat) {
+    return std::to_string(uCount) + " " + strWhat + (uCount == 1 ? "" : "s");
+}
 
 ExitStatus Answered(const Common& common, const Json::Value& jsResult, const std::string& strText) {
     if (common.bJson) {
@@ -19,18 +25,24 @@ ExitStatus Answered(const Common& common, const Json::Value& jsResult, const std
 
 ExitStatus Reload(const Common& common) {
     const Json::Value jsResult = Client(common.strRoot).Ask("reload");
+    const Json::UInt uRefused = jsResult["refused"].asUInt();
     return Answered(common, jsResult,
-                    std::to_string(jsResult["jobs"].asUInt()) + " jobs, " +
-                        std::to_string(jsResult["refused"].asUInt()) + " refused");
+                    "The definitions were read again: " + Counted(jsResult["jobs"].asUInt(), "job") + ", " +
+                        std::to_string(uRefused) + " refused" +
+                        (uRefused == 0 ? "." : "; \"vukocronctl status\" tells why."));
 }
 
 ExitStatus Reroll(const Common& common, const std::string& strJob) {
     Json::Value jsMembers(Json::objectValue);
     jsMembers["job"] = strJob;
-    const Json::Value jsResult = Client(common.strRoot).Ask("reroll", jsMembers);
+    Client client(common.strRoot);
+    const Json::Value jsStatus = AskStatus(client);
+    Json::Value jsResult = client.Ask("reroll", jsMembers);
+    const std::time_t tNow = time(nullptr);
+    jsResult["next"] = NextStartJson(jsResult, jsStatus, tNow);
     return Answered(common, jsResult,
-                    jsResult["id"].asString() + ": " + jsResult["schedule"].asString() + " (" +
-                        jsResult["words"].asString() + ")");
+                    jsResult["id"].asString() + ": " + jsResult["words"].asString() + " (" +
+                        jsResult["schedule"].asString() + "); " + NextStartText(jsResult, jsStatus, tNow) + ".");
 }
 
 ExitStatus Role(const Common& common, const std::string& strRole) {
@@ -39,7 +51,21 @@ ExitStatus Role(const Common& common, const std::string& strRole) {
         jsMembers["set"] = strRole;
     }
     const Json::Value jsResult = Client(common.strRoot).Ask("role", jsMembers);
-    return Answered(common, jsResult, jsResult["role"].asString());
+    const bool bActive = jsResult["role"] == "active";
+    return Answered(common, jsResult,
+                    jsResult["role"].asString() +
+                        (bActive ? ": this machine starts its jobs"
+                                 : ": only jobs with \"run_on_passive\" are started here; \"vukocronctl role "
+                                   "active\" makes it active"));
+}
+
+/// What the new state means for jobs; nothing when it was only asked for.
+std::string TemplateEffect(const std::string& strWhat) {
+    if (strWhat == "reroll") {
+        return "\nJobs keep the values they have; those that are new, or get a new random field, take these where they "
+               "fit.\n\"vukocronctl reroll JOB\" draws a job's anew.";
+    }
+    return strWhat == "set-delay" ? "\nThis counts from the next minute on." : "";
 }
 
 ExitStatus Template(const Common& common, const std::string& strWhat, int iSeconds) {
@@ -54,19 +80,26 @@ ExitStatus Template(const Common& common, const std::string& strWhat, int iSecon
     }
     const Json::Value jsResult = Client(common.strRoot).Ask("template", jsMembers);
     std::string strText;
-    for (const char* const szType : {"Minute", "hour", "day", "month", "week"}) {
-        strText += (strText.empty() ? "" : " ") + std::to_string(jsResult["values"][szType].asInt());
+    for (const auto& [szType, szWord] :
+         {std::pair("Minute", "minute"), std::pair("hour", "hour"), std::pair("day", "day"),
+          std::pair("month", "month"), std::pair("week", "weekday")}) {
+        strText += std::string(strText.empty() ? "" : ", ") + szWord + " " +
+                   std::to_string(jsResult["values"][szType].asInt());
     }
-    return Answered(common, jsResult, strText + ", spread over " + std::to_string(jsResult["maxDelay"].asInt()) + " s");
+    return Answered(common, jsResult,
+                    "Random fields: " + strText + ". Jobs of a random minute are spread over " +
+                        std::to_string(jsResult["maxDelay"].asInt()) + " s." + TemplateEffect(strWhat));
 }
 
 ExitStatus Drain(const Common& common, bool bOff) {
     Json::Value jsMembers(Json::objectValue);
     jsMembers["on"] = !bOff;
     const Json::Value jsResult = Client(common.strRoot).Ask("drain", jsMembers);
+    const std::string strRunning = Counted(jsResult["running"].asUInt(), "job");
     return Answered(common, jsResult,
-                    std::string(bOff ? "Jobs are started again, " : "No job is started from now on, ") +
-                        std::to_string(jsResult["running"].asUInt()) + " running");
+                    bOff ? "Jobs are started again; " + strRunning + " running."
+                         : "No job is started from now on; " + strRunning +
+                               " still running. \"vukocronctl drain --off\" starts jobs again.");
 }
 
 } // namespace

@@ -1,8 +1,10 @@
+#include <csignal>
 #include <iostream>
 #include <memory>
 
 #include "ctl/client.h"
 #include "ctl/command.h"
+#include "ctl/waiting.h"
 #include "ctl/words.h"
 
 namespace VUKO::VUKOCrond::Ctl {
@@ -25,28 +27,46 @@ ExitStatus StatusOf(const Json::Value& jsEnd) {
     return jsEnd["kind"] == "signaled" ? static_cast<ExitStatus>(SIGNALED_BASE + iCode) : EXIT_WRONG;
 }
 
-ExitStatus Run(const Asked& asked, const Common& common) {
+ExitStatus Started(const std::string& strJob, const Common& common) {
     Json::Value jsMembers(Json::objectValue);
-    jsMembers["job"] = asked.strJob;
-    jsMembers["wait"] = asked.bWait;
+    jsMembers["job"] = strJob;
     const Json::Value jsResult = Client(common.strRoot).Ask("run", jsMembers);
     if (common.bJson) {
         PrintJson(jsResult);
-    } else if (!asked.bWait) {
-        std::cout << "Started " << jsResult["job"].asString() << ".\n";
+    } else {
+        std::cout << "Started " << jsResult["job"].asString() << "; \"vukocronctl show " << jsResult["job"].asString()
+                  << "\" tells how it goes.\n";
+    }
+    return EXIT_DONE;
+}
+
+ExitStatus Awaited(const std::string& strJob, const Common& common) {
+    Json::Value jsMembers(Json::objectValue);
+    jsMembers["job"] = strJob;
+    jsMembers["wait"] = true;
+    Client client(common.strRoot);
+    client.Send("run", jsMembers);
+    if (!Waiting(strJob + " runs,", common.bJson).UntilReadable(client.Descriptor())) {
+        std::cerr << "No longer waiting: the job goes on, see \"vukocronctl show " << strJob << "\".\n";
+        return static_cast<ExitStatus>(SIGNALED_BASE + SIGINT);
+    }
+    const Json::Value jsResult = client.Receive();
+    if (common.bJson) {
+        PrintJson(jsResult);
     } else {
         std::cout << jsResult["job"].asString() << ": " << EndText(jsResult["end"], "kind") << " after "
                   << RunTimeText(jsResult["end"]["durationUsec"].asInt64()) << "\n";
     }
-    return asked.bWait ? StatusOf(jsResult["end"]) : EXIT_DONE;
+    return StatusOf(jsResult["end"]);
 }
 
 } // namespace
 
 void AddRun(CLI::App& app, Common& common) {
     const auto asked = std::make_shared<Asked>();
-    CLI::App* const pCommand =
-        AddCommand(app, common, "run", "Start a job now", [asked, &common] { return Run(*asked, common); });
+    CLI::App* const pCommand = AddCommand(app, common, "run", "Start a job now", [asked, &common] {
+        return asked->bWait ? Awaited(asked->strJob, common) : Started(asked->strJob, common);
+    });
     pCommand->add_option("JOB", asked->strJob, "Its name, or FOLDER/NAME, or FOLDER/PACKAGE/NAME")->required();
     pCommand->add_flag("--wait", asked->bWait, "Wait for its end, and end with its status");
 }

@@ -47,8 +47,8 @@ class Pane:
         self.terminals, self.name = terminals, name
         self.status_file = pathlib.Path(terminals.folder.name) / name
         settings = [f"{key}={value}" for key, value in variables.items()]  # tmux itself would set TERM anew
-        # What is run must not be the pane's last command: the screen would go with it.
-        text = f"{shlex.join(['env', *settings, *command])}; echo $? >{self.status_file}.part; mv {self.status_file}.part {self.status_file}; cat"
+        # What is run must not be the pane's last command: the screen would go with it. Ctrl-C is for the command alone.
+        text = f"trap : INT; {shlex.join(['env', *settings, *command])}; echo $? >{self.status_file}.part; mv {self.status_file}.part {self.status_file}; cat"
         terminals.tmux("new-session", "-d", "-s", name, "-x", str(width), "-y", str(height), "sh", "-c", text)
 
     def text(self, *options):

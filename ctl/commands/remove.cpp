@@ -1,0 +1,45 @@
+#include <memory>
+#include <set>
+
+#include "ctl/changereport.h"
+#include "ctl/command.h"
+#include "ctl/filechanges.h"
+
+namespace VUKO::VUKOCrond::Ctl {
+
+namespace {
+
+ExitStatus Run(const std::vector<std::string>& vecNames, const Common& common) {
+    const DefinedJobs jobs;
+    ServiceView service(common.strRoot);
+    FileChanges changes;
+    std::vector<ChangedJob> vecChanged;
+    std::set<Service::JobId> setTaken;
+    for (const std::string& strName : vecNames) {
+        const Found found = jobs.Find(strName);
+        RequireWritable(PlaceOf(found.id), ToText(found.id));
+        if (!setTaken.insert(found.id).second) {
+            continue;
+        }
+        for (const Found& one : jobs.FindAll(found.id)) { // else the next one would take the place of the first
+            changes.Remove(one);
+        }
+        ChangedJob job{"removed", found.id, found.file, found.definition, std::nullopt};
+        const Json::Value jsRunning = service.Show(found.id)["running"];
+        job.strNote = jsRunning.isNull() ? "" : "its process " + jsRunning["pid"].asString() + " goes on";
+        vecChanged.push_back(job);
+    }
+    changes.Commit();
+    return TellChanges(service, vecChanged, common);
+}
+
+} // namespace
+
+void AddRemove(CLI::App& app, Common& common) {
+    const auto vecNames = std::make_shared<std::vector<std::string>>();
+    AddCommand(app, common, "remove", "Take jobs away", [vecNames, &common] { return Run(*vecNames, common); })
+        ->add_option("JOB", *vecNames, "Its name, or FOLDER/NAME, or FOLDER/PACKAGE/NAME")
+        ->required();
+}
+
+} // namespace VUKO::VUKOCrond::Ctl

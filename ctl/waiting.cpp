@@ -1,0 +1,84 @@
+#include "ctl/waiting.h"
+
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <iostream>
+
+#include "ctl/words.h"
+
+namespace VUKO::VUKOCrond::Ctl {
+
+namespace {
+
+constexpr int STEP_MSEC = 1000;
+
+sigset_t Interrupt() {
+    sigset_t set = {};
+    sigemptyset(&set);
+    sigaddset(&set, SIGINT);
+    return set;
+}
+
+} // namespace
+
+Waiting::Waiting(const std::string& strWhat, bool bQuiet)
+    : _strWhat(strWhat), _bShown(!bQuiet && isatty(STDERR_FILENO) != 0) {
+    const sigset_t set = Interrupt();
+    sigprocmask(SIG_BLOCK, &set, nullptr);
+    _iSignalFd = signalfd(-1, &set, SFD_CLOEXEC);
+}
+
+Waiting::~Waiting() {
+    Clear();
+    if (_iSignalFd >= 0) {
+        close(_iSignalFd);
+    }
+    const sigset_t set = Interrupt();
+    sigprocmask(SIG_UNBLOCK, &set, nullptr);
+}
+
+bool Waiting::UntilReadable(int iFd) {
+    const auto begin = std::chrono::steady_clock::now();
+    pollfd aFds[] = {{iFd, POLLIN, 0}, {_iSignalFd, POLLIN, 0}};
+    for (;;) {
+        const auto waited = std::chrono::steady_clock::now() - begin;
+        if (_bShown) {
+            Draw(static_cast<long>(std::chrono::duration_cast<std::chrono::seconds>(waited).count()));
+        }
+        const int iReady = poll(aFds, 2, _bShown ? STEP_MSEC : -1);
+        if (iReady > 0 && aFds[0].revents != 0) {
+            Clear();
+            return true;
+        }
+        signalfd_siginfo info = {};
+        if (iReady > 0 && read(_iSignalFd, &info, sizeof(info)) == sizeof(info)) { // taken: else it would come later
+            Clear();
+            return false;
+        }
+        if (iReady < 0 && errno != EINTR) {
+            return true; // whoever reads will be told
+        }
+    }
+}
+
+/// Nothing at first: most jobs end before anybody wonders.
+void Waiting::Draw(long iSeconds) {
+    if (iSeconds > 0) {
+        std::cerr << "\r" << _strWhat << " " << DurationText(iSeconds) << "\x1b[K" << std::flush;
+        _bDrawn = true;
+    }
+}
+
+void Waiting::Clear() {
+    if (_bDrawn) {
+        std::cerr << "\r\x1b[K" << std::flush;
+        _bDrawn = false;
+    }
+}
+
+} // namespace VUKO::VUKOCrond::Ctl
