@@ -4,7 +4,6 @@
 usage: ctl_test.py TOOL SERVICE
 """
 
-import datetime
 import json
 import os
 import random
@@ -13,6 +12,8 @@ import sys
 import tempfile
 import time
 import unittest
+
+import classic
 
 TOOL, SERVICE = sys.argv[1:3]
 UNPRIVILEGED = 65534
@@ -184,44 +185,14 @@ class Review(unittest.TestCase):
         self.assertEqual((done.returncode, told["valid"], told["warnings"][0]["rewrite"]), (1, False, "0 0 * * 0"))
 
 
-BOUNDS = [(0, 59), (0, 23), (1, 31), (1, 12), (0, 7)]
-NAMES = [None, None, None, "jan feb mar apr may jun jul aug sep oct nov dec".split(), "sun mon tue wed thu fri sat".split()]
-
-
-def classic_values(text, field):
-    """The values of a field of a classic crontab, read by its manual page."""
-    low, high = BOUNDS[field]
-    values = set()
-    for item in text.split(","):
-        span, _, step = item.partition("/")
-        ends = [str(low), str(6 if field == 4 else high)] if span == "*" else span.split("-")
-        numbers = [NAMES[field].index(end.lower()) + (field == 3) if NAMES[field] and end.isalpha() else int(end) for end in ends]
-        values |= {value % 7 if field == 4 else value for value in range(numbers[0], numbers[-1] + 1, int(step or 1))}
-    return values
-
-
-def here_values(text, field):
-    low, high = BOUNDS[field]
-    return set(range(low, high + 1)) if text == "*" else {int(item) for item in text.split(",")}
-
-
 class Rewrites(unittest.TestCase):
-    DAYS = [datetime.date(2023, 1, 1) + datetime.timedelta(days=n) for n in range(6 * 365)]
-
-    def item(self, chance, field):
-        low, high = BOUNDS[field]
-        first, last = sorted(chance.sample(range(low, high + 1), 2))
-        name = (lambda value: NAMES[field][value % 7 if field == 4 else value - 1]) if NAMES[field] else str
-        return chance.choice(["*", f"*/{chance.randint(1, 12)}", str(first), f"{first}-{last}",
-                              f"{first}-{last}/{chance.randint(1, 5)}", name(first)])
-
     def test_a_rewrite_says_the_same_at_every_minute(self):
         seed = int(os.environ.get("VUKO_SEED", random.SystemRandom().randrange(10**6)))
         print(f"VUKO_SEED={seed}")
         chance = random.Random(seed)
         rewritten = refused = 0
         for _ in range(60):
-            texts = [",".join(self.item(chance, field) for _ in range(chance.choice([1, 1, 2]))) for field in range(5)]
+            texts = classic.random_fields(chance)
             if chance.random() < 0.5:
                 texts[chance.choice([2, 4])] = "*"
             told = json.loads(tool("explain", " ".join(texts), "--json").stdout)
@@ -231,17 +202,11 @@ class Rewrites(unittest.TestCase):
                 refused += 1
                 continue
             rewritten += 1
-            new = rewrites.pop().split(" ")
-            old_values = [classic_values(text, field) for field, text in enumerate(texts)]
-            new_values = [here_values(text, field) for field, text in enumerate(new)]
-            self.assertEqual(old_values[:2], new_values[:2], told)
-            join_by_or = not texts[2].startswith("*") and not texts[4].startswith("*")
-            for day in self.DAYS:
-                weekday = day.isoweekday() % 7
-                matches = [day.day in old_values[2], weekday in old_values[4]]
-                old = day.month in old_values[3] and (any(matches) if join_by_or else all(matches))
-                here = day.month in new_values[3] and day.day in new_values[2] and weekday in new_values[4]
-                self.assertEqual(old, here, f"{texts} {new} {day}")
+            new_values = [classic.here_values(text, field) for field, text in enumerate(rewrites.pop().split(" "))]
+            self.assertEqual([classic.classic_values(texts[field], field) for field in range(2)], new_values[:2], told)
+            matches = classic.classic_day_matcher(texts)
+            for day in classic.DAYS:
+                self.assertEqual(matches(day), classic.here_matches(new_values, day), f"{texts} {told} {day}")
         self.assertGreater(rewritten, 10)
         self.assertGreater(refused, 0)
 
