@@ -41,6 +41,7 @@ void AddEdit(CLI::App& app, Common& common);
 void AddRemove(CLI::App& app, Common& common);
 /// enable and disable.
 void AddEnableCommands(CLI::App& app, Common& common);
+void AddImport(CLI::App& app, Common& common);
 /// reload, reroll, role, template, drain: one request each.
 void AddOneRequestCommands(CLI::App& app, Common& common);
 

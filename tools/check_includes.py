@@ -45,7 +45,7 @@ FLOORS = {
                       "service/definitions/definitionfile.h", "service/definitions/definitionpolicy.h",
                       "service/definitions/definitionreason.h", "service/definitions/definitionscan.h",
                       "service/definitions/jsonfault.h", "service/control/protocol.h", "service/rootdir.h"] + SHARED,
-    "ctl/commands": LIBRARY + ["ctl/*.h", "service/engine/*.h"],
+    "ctl/commands": LIBRARY + ["ctl/*.h", "ctl/import/*.h", "service/engine/*.h"],
     "tests": EVERYTHING,
     "bench": EVERYTHING,
     "fuzz": EVERYTHING,

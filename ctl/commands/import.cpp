@@ -1,0 +1,119 @@
+#include <iostream>
+#include <memory>
+
+#include "crond/cronjob.h"
+#include "ctl/command.h"
+#include "ctl/import/crontabfile.h"
+#include "ctl/import/report.h"
+#include "ctl/import/timers.h"
+#include "ctl/pager.h"
+#include "ctl/serviceview.h"
+#include "ctl/zone.h"
+
+namespace VUKO::VUKOCrond::Ctl {
+
+namespace {
+
+struct Asked {
+    std::string strKind;
+    std::string strFile;
+    CrontabFormat format;
+    std::vector<std::string> vecUnits;
+    std::vector<std::string> vecUnitFolders;
+    std::string strPackage;
+    ImportOptions options;
+    bool bDryRun = false;
+    bool bSkip = false;
+};
+
+[[noreturn]] void BadUsage(const std::string& strMessage) {
+    throw ToolError(EXIT_BAD_USAGE, "import: " + strMessage);
+}
+
+void RequireUsage(const Asked& asked) {
+    const bool bCrontab = asked.strKind == "crontab";
+    if (bCrontab && asked.strFile.empty()) {
+        BadUsage("name the crontab's file, - for standard input");
+    }
+    if (bCrontab && (!asked.vecUnits.empty() || !asked.vecUnitFolders.empty())) {
+        BadUsage("--unit and --unit-dir are for timers");
+    }
+    if (!bCrontab && !asked.strFile.empty()) {
+        BadUsage("timers are named by --unit, their folders by --unit-dir");
+    }
+    if (!bCrontab && (asked.format.bSystem || !asked.format.strAccount.empty())) {
+        BadUsage("--system and --user are for crontabs");
+    }
+}
+
+ImportItems Convert(const Asked& asked) {
+    UseZone(std::string());
+    if (asked.strKind == "crontab") {
+        const bool bSaid = asked.format.bSystem || !asked.format.strAccount.empty();
+        const CrontabFormat format = bSaid ? asked.format : GuessFormat(asked.strFile);
+        return ConvertCrontab(ReadCrontab(asked.strFile), asked.strFile, format);
+    }
+    const UnitFolders folders(asked.vecUnitFolders.empty() ? UsualUnitFolders() : asked.vecUnitFolders);
+    return ConvertTimers(folders, asked.vecUnits);
+}
+
+ExitStatus Run(Asked asked, const Common& common) {
+    RequireUsage(asked);
+    ImportItems items = Convert(asked);
+    asked.options.place = asked.strPackage.empty() ? Place{SZK_CRON_FOLDER_BUILT_IN_DYN, std::string()}
+                                                   : Place{SZK_CRON_FOLDER_PKG_NONROOT, asked.strPackage};
+    if (!asked.bDryRun) {
+        RequireWritable(asked.options.place, "this folder");
+    }
+    ImportReport report;
+    report.strSource = asked.strKind == "crontab" ? asked.strFile : asked.strKind;
+    report.place = asked.options.place;
+    report.vecItems = PlanImport(std::move(items.vecItems), asked.options);
+    report.vecNotes = std::move(items.vecNotes);
+    report.bDryRun = asked.bDryRun;
+    const bool bGood = (asked.bSkip || report.CountRefused() == 0) && report.Count(PlannedJob::State::Conflict) == 0;
+    if (bGood && !asked.bDryRun) {
+        StorePlan(report.vecItems, report.place);
+        ServiceView(common.strRoot).Refresh();
+        report.bStored = true;
+    }
+    if (common.bJson) {
+        PrintJson(ReportJson(report));
+    } else {
+        const Pager pager(common);
+        PrintReport(std::cout, report);
+    }
+    return bGood ? EXIT_DONE : EXIT_WRONG;
+}
+
+} // namespace
+
+void AddImport(CLI::App& app, Common& common) {
+    const auto asked = std::make_shared<Asked>();
+    CLI::App* const pCommand =
+        AddCommand(app, common, "import", "Make jobs of a crontab's lines or of systemd's timers",
+                   [asked, &common] { return Run(*asked, common); });
+    pCommand->add_option("WHAT", asked->strKind, "crontab or timers")
+        ->required()
+        ->check(CLI::IsMember({"crontab", "timers"}).description(""));
+    pCommand->add_option("FILE", asked->strFile, "The crontab, - for standard input");
+    CLI::Option* const pSystem =
+        pCommand->add_flag("--system", asked->format.bSystem, "The crontab has a column for the account");
+    pCommand->add_option("--user", asked->format.strAccount, "It has none: all lines are this account's")
+        ->type_name("ACCOUNT")
+        ->excludes(pSystem);
+    pCommand->add_option("--unit", asked->vecUnits, "Timers to import; without it all that are enabled")
+        ->type_name("TIMER");
+    pCommand->add_option("--unit-dir", asked->vecUnitFolders, "Read units here, and not in the usual folders")
+        ->type_name("DIR")
+        ->check(CLI::Validator(CLI::ExistingDirectory).description(""));
+    pCommand->add_option("--package", asked->strPackage, "Into the folder of a package with an account of its own")
+        ->type_name("PACKAGE");
+    pCommand->add_option("--prefix", asked->options.strPrefix, "Begin the jobs' names with this")->type_name("TEXT");
+    pCommand->add_flag("--disabled", asked->options.bDisabled, "Let the jobs be known, but not started yet");
+    pCommand->add_flag("--replace", asked->options.bReplace, "Put them in the place of other jobs of their names");
+    pCommand->add_flag("--skip-inexpressible", asked->bSkip, "Leave out what cannot be expressed");
+    pCommand->add_flag("--dry-run", asked->bDryRun, "Store nothing, tell what would be");
+}
+
+} // namespace VUKO::VUKOCrond::Ctl
