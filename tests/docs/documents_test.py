@@ -14,7 +14,7 @@ import unittest
 SOURCE, TOOL = (pathlib.Path(argument).resolve() for argument in sys.argv[1:])
 PAGES = [*SOURCE.glob("*.md"), *SOURCE.glob("docs/*.md")]
 MANUAL = SOURCE / "docs/man/vukocronctl.1"
-WITHOUT_SERVICE = ("next --", "explain", "simulate", "check")
+WITHOUT_SERVICE = ("next --", "explain", "simulate", "check", "import")
 
 
 def text_of(page):
@@ -68,26 +68,35 @@ class Documents(unittest.TestCase):
         self.assertEqual(told[0][1], told[1][1])
 
     def run_block(self, block, folder):
-        """Runs what needs no service. A file that is shown by "cat" is made. @return how many commands were run."""
+        """Runs what needs no service. A file that is shown by "cat" is made where it is not there.
+
+        @return how many commands were run.
+        """
         count = 0
         for command, shown in commands(block):
             if command.startswith("cat "):
-                (folder / command.removeprefix("cat ")).write_text("\n".join(shown) + "\n", encoding="utf-8")
+                file = folder / command.removeprefix("cat ")
+                if file.exists():
+                    self.assertEqual(text_of(file).splitlines(), shown, command)
+                file.write_text("\n".join(shown) + "\n", encoding="utf-8")
             if not command.startswith(tuple(f"vukocronctl {words}" for words in WITHOUT_SERVICE)):
                 continue
             count += 1
+            # What is stored, is stored in this folder.
+            command = command.replace("vukocronctl import", "vukocronctl --root . import")
             done = subprocess.run(["sh", "-c", command], cwd=folder, capture_output=True, text=True, check=False,
                                   env={"PATH": f"{TOOL.parent}:/usr/bin:/bin", "TZ": "UTC"})
             with self.subTest(command):
                 # A page may leave out what comes last, and says so then.
-                self.assertEqual(done.stdout.splitlines()[:len(shown)], shown, done.stderr)
+                self.assertEqual(done.stdout.replace(str(folder.resolve()), "").splitlines()[:len(shown)], shown, done.stderr)
         return count
 
     def test_the_control_tool_prints_what_the_pages_show(self):
-        for page, least in ((SOURCE / "README.md", 1), (SOURCE / "docs/CLOCK.md", 1), (MANUAL, 3)):
+        for page, least in ((SOURCE / "README.md", 1), (SOURCE / "docs/CLOCK.md", 1), (SOURCE / "docs/MOVING-IN.md", 4), (MANUAL, 3)):
             with tempfile.TemporaryDirectory(prefix="vuko-docs-") as folder:
                 job = '{"name": "report", "user": "root", "period": "crontab", "crontab": "15 3,21 * * *", "cmd": "/bin/true"}'
                 (pathlib.Path(folder) / "report.conf").write_text(job, encoding="utf-8")
+                (pathlib.Path(folder) / "usr/vuko/etc/vukocron.d").mkdir(parents=True)
                 count = sum(self.run_block(block, pathlib.Path(folder)) for block in blocks(page))
             self.assertGreaterEqual(count, least, page.name)
 
