@@ -167,8 +167,7 @@ ExitStatus Run(const Asked& asked, const Common& common) {
         if (!asked.strJob.empty()) {
             lines = LinesOf(asked.strJob, common);
         }
-        return ShowFile(common.strRoot + SZF_CRON_LOG_EXEC, "no job has been started yet", Shown(asked, lines), asked,
-                        common);
+        return ShowFile(SZF_CRON_LOG_EXEC, "no job has been started yet", Shown(asked, lines), asked, common);
     } catch (const ToolError& error) {
         if (error.Status() != EXIT_DENIED) {
             throw;
