@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "ctl/toolerror.h"
+#include "service/engine/clockpolicy.h"
 
 namespace VUKO::VUKOCrond::Ctl {
 
@@ -44,6 +45,11 @@ void AddEnableCommands(CLI::App& app, Common& common);
 void AddImport(CLI::App& app, Common& common);
 /// reload, reroll, role, template, drain: one request each.
 void AddOneRequestCommands(CLI::App& app, Common& common);
+
+/// Adds the options of all commands that look ahead: --tz and --policy. @return the latter
+CLI::Option* AddClockOptions(CLI::App& command, std::string& strZone, Service::ClockPolicy& ePolicy);
+/// Adds --max-delay.
+CLI::Option* AddMaxDelayOption(CLI::App& command, int& iMaxDelay);
 
 /// Prints one JSON document.
 void PrintJson(const Json::Value& jsValue);

@@ -37,6 +37,37 @@ Job Built(const Json::Value& jsDefinition, const std::string& strSchedule) {
     return job;
 }
 
+/// The one of the list alone: of very many jobs, one by one cannot be asked about.
+Job JobOfListing(Client& client, const Json::Value& jsJob) {
+    Job job;
+    job.id = Service::IdFromText(jsJob["id"].asString());
+    if (jsJob["schedule"].isNull()) { // too long for the list
+        Json::Value jsMembers(Json::objectValue);
+        jsMembers["job"] = jsJob["id"];
+        job.strSchedule = client.Ask("show", jsMembers)["schedule"].asString();
+    } else {
+        job.strSchedule = jsJob["schedule"].asString();
+    }
+    job.schedule = Service::Schedule(job.strSchedule);
+    job.iStartup = jsJob["startup"].asInt64();
+    job.iLastExecution = jsJob["lastExecution"].isNull() ? Job::NEVER : jsJob["lastExecution"].asInt64();
+    job.iAssureHours = jsJob["assureHours"].asInt();
+    job.bAssureRun = jsJob["assureAction"] == "run";
+    job.bOverdueReported = jsJob["overdue"].asBool();
+    job.bRunOnPassive = jsJob["runOnPassive"].asBool();
+    job.bRandomMinute = jsJob["randomMinute"].asBool();
+    job.bEnabled = jsJob["enabled"].asBool();
+    job.bInvalid = jsJob["state"] == "invalid";
+    const Json::Value& jsLast = jsJob["last"];
+    for (const Service::EndKind eKind : {Service::EndKind::Exited, Service::EndKind::Signaled}) {
+        if (jsLast.isObject() && jsLast["end"] == Service::ToText(eKind)) {
+            job.eLastEnd = eKind;
+            job.iLastDurationUsec = jsLast["durationUsec"].asInt64();
+        }
+    }
+    return job;
+}
+
 } // namespace
 
 Job JobOfDefinition(const Json::Value& jsDefinition, const std::string& strWhere) {
@@ -100,6 +131,24 @@ std::vector<Job> JobsOfService(const std::string& strRoot, const std::string& st
         job.iLastExecution = jsWhole["lastExecution"].isNull() ? Job::NEVER : jsWhole["lastExecution"].asInt64();
         job.bOverdueReported = jsWhole["overdue"].asBool();
         vecJobs.push_back(std::move(job));
+    }
+    return vecJobs;
+}
+
+std::vector<Job> JobsToSimulate(const std::vector<std::string>& vecFiles, const std::string& strRoot,
+                                std::time_t tFrom) {
+    std::vector<Job> vecJobs;
+    if (vecFiles.empty()) {
+        Client client(strRoot);
+        for (const Json::Value& jsJob : client.AskAll("list")) {
+            vecJobs.push_back(JobOfListing(client, jsJob));
+        }
+    }
+    for (const std::string& strFile : vecFiles) {
+        for (Job& job : JobsOfFile(strFile)) {
+            job.iStartup = tFrom;
+            vecJobs.push_back(std::move(job));
+        }
     }
     return vecJobs;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <ctime>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,11 @@ std::vector<Service::Job> JobsOfFile(const std::string& strFile);
 
 /// The installed jobs, or the one of that name, with the values that the service keeps for them.
 std::vector<Service::Job> JobsOfService(const std::string& strRoot, const std::string& strJob);
+
+/// What a simulation from an instant on is about: the jobs of definition files, known from that instant and not started
+/// yet, or, where there are none, the installed ones with what the service knows of them; without their definitions.
+std::vector<Service::Job> JobsToSimulate(const std::vector<std::string>& vecFiles, const std::string& strRoot,
+                                         std::time_t tFrom);
 
 /// What stands in the definition: its five fields, or those that its period means.
 std::string CrontabOf(const Service::Job& job);

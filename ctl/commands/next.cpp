@@ -1,6 +1,5 @@
 #include <ctime>
 #include <iostream>
-#include <map>
 #include <memory>
 
 #include "ctl/command.h"
@@ -103,11 +102,7 @@ void AddNext(CLI::App& app, Common& common) {
         ->check(CLI::Range(1, 100000).description(""));
     pCommand->add_option("--from", asked->strFrom, "Starts after TIME: @EPOCH or local YYYY-MM-DDTHH:MM[:SS] (now)")
         ->type_name("TIME");
-    pCommand->add_option("--tz", asked->strZone, "Time zone (the system's)")->type_name("ZONE");
-    pCommand->add_option("--policy", asked->ePolicy, "literal or catchup (catchup)")
-        ->type_name("POLICY")
-        ->transform(CLI::CheckedTransformer(
-            std::map<std::string, ClockPolicy>{{"catchup", ClockPolicy::CatchUp}, {"literal", ClockPolicy::Literal}}));
+    AddClockOptions(*pCommand, asked->strZone, asked->ePolicy);
 }
 
 } // namespace VUKO::VUKOCrond::Ctl

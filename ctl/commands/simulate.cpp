@@ -1,11 +1,11 @@
-#include <algorithm>
-#include <array>
 #include <iostream>
 #include <map>
 #include <memory>
+#include <optional>
 
 #include "ctl/command.h"
 #include "ctl/events.h"
+#include "ctl/histogram.h"
 #include "ctl/jobs.h"
 #include "ctl/jobview.h"
 #include "ctl/pager.h"
@@ -47,22 +47,42 @@ class Record {
 public:
     void Take(const ClockReading& reading, const Decision& decision, const JobTable& table) {
         for (const Start& start : decision.vecStarts) {
-            Json::Value jsStart(Json::objectValue);
-            jsStart["epoch"] = static_cast<Json::Int64>(reading.tNow);
-            jsStart["local"] = LocalText(reading.tNow);
-            jsStart["job"] = table.At(start.uJob).id.strName;
-            jsStart["reason"] = ToText(start.eReason);
-            jsStart["delay"] = start.iDelaySec;
-            _jsStarts.append(std::move(jsStart));
-            ++_auStartsByHour[static_cast<std::size_t>(reading.iLocalMinute / 60 % 24)];
+            TakeStart(reading.tNow, start, table.At(start.uJob));
         }
         for (const Skip& skip : decision.vecSkips) {
-            Json::Value jsSkip(Json::objectValue);
-            jsSkip["epoch"] = static_cast<Json::Int64>(InstantOf(skip.iMinute, reading));
-            jsSkip["job"] = table.At(skip.uJob).id.strName;
-            jsSkip["reason"] = ToText(skip.eReason);
-            _jsSkips.append(std::move(jsSkip));
+            TakeSkip(InstantOf(skip.iMinute, reading), skip, table.At(skip.uJob));
         }
+    }
+
+    void TakeStart(std::time_t tInstant, const Start& start, const Job& job) {
+        Json::Value jsStart(Json::objectValue);
+        jsStart["epoch"] = static_cast<Json::Int64>(tInstant);
+        jsStart["local"] = LocalText(tInstant);
+        jsStart["job"] = job.id.strName;
+        jsStart["reason"] = ToText(start.eReason);
+        jsStart["delay"] = start.iDelaySec;
+        const bool bDue = start.eReason == StartReason::Due;
+        _mapRows.insert({tInstant,
+                         {jsStart["local"].asString(),
+                          NameOf(job),
+                          {bDue ? Style::Plain : Style::Good, ToText(start.eReason)},
+                          start.iDelaySec == 0 ? "-" : std::to_string(start.iDelaySec) + " s"}});
+        _jsStarts.append(std::move(jsStart));
+        ++_mapStarts[ToText(start.eReason)];
+        ++HourOf(tInstant).uStarts;
+    }
+
+    void TakeSkip(std::time_t tInstant, const Skip& skip, const Job& job) {
+        Json::Value jsSkip(Json::objectValue);
+        jsSkip["epoch"] = static_cast<Json::Int64>(tInstant);
+        jsSkip["job"] = job.id.strName;
+        jsSkip["reason"] = ToText(skip.eReason);
+        _jsSkips.append(std::move(jsSkip));
+        _mapRows.insert(
+            {tInstant,
+             {LocalText(tInstant), NameOf(job), {Style::Warn, std::string("skipped: ") + ToText(skip.eReason)}, "-"}});
+        ++_mapSkips[ToText(skip.eReason)];
+        ++HourOf(tInstant).uSkips;
     }
 
     Json::Value ToJson(const std::string& strZone, ClockPolicy ePolicy) const {
@@ -75,53 +95,46 @@ public:
     }
 
     void Print(std::ostream& out) const {
-        std::multimap<std::int64_t, std::vector<Cell>> mapRows;
-        for (const Json::Value& jsStart : _jsStarts) {
-            mapRows.insert({jsStart["epoch"].asInt64(),
-                            {jsStart["local"].asString(), jsStart["job"].asString(), jsStart["reason"].asString(),
-                             jsStart["delay"].asInt() == 0 ? "-" : std::to_string(jsStart["delay"].asInt()) + " s"}});
-        }
-        for (const Json::Value& jsSkip : _jsSkips) {
-            mapRows.insert({jsSkip["epoch"].asInt64(),
-                            {LocalText(static_cast<std::time_t>(jsSkip["epoch"].asInt64())), jsSkip["job"].asString(),
-                             "skipped: " + jsSkip["reason"].asString(), "-"}});
-        }
-        Table table({"TIME", "JOB", "OUTCOME", "DELAY"});
-        for (const auto& [iEpoch, vecRow] : mapRows) {
+        Table table({"TIME", {"JOB", JOB_LEAST}, "OUTCOME", "DELAY"});
+        for (const auto& [iEpoch, vecRow] : _mapRows) {
             table.Add(vecRow);
         }
         table.Print(out);
-        PrintHistogram(out);
+        out << "\nBy hour of the day:\n";
+        PrintHistogram(out, _vecHours);
+        out << "\n" << Totals("start", _mapStarts) << "; " << Totals("skip", _mapSkips) << ".\n";
     }
 
 private:
-    void PrintHistogram(std::ostream& out) const {
-        constexpr unsigned BAR_WIDTH = 50;
-        const unsigned uMost = *std::max_element(_auStartsByHour.begin(), _auStartsByHour.end());
-        out << "\nStarts by hour of the day:\n";
-        for (std::size_t uHour = 0; uHour < _auStartsByHour.size(); ++uHour) {
-            const unsigned uStarts = _auStartsByHour[uHour];
-            out << (uHour < 10 ? "0" : "") << uHour << ":00 "
-                << std::string(uMost == 0 ? 0 : uStarts * BAR_WIDTH / uMost, '#') << (uStarts == 0 ? "" : " ")
-                << uStarts << "\n";
+    static constexpr std::size_t JOB_LEAST = 12;
+    using Counts = std::map<std::string, std::size_t>;
+
+    /// A job's name alone might be that of several: people are told which one.
+    static std::string NameOf(const Job& job) { return job.id.strFolder.empty() ? job.id.strName : ToText(job.id); }
+
+    HourCount& HourOf(std::time_t tInstant) {
+        const std::optional<ClockReading> reading = ReadingAt(tInstant);
+        return _vecHours[reading ? static_cast<std::size_t>(reading->iLocalMinute / 60 % 24) : 0];
+    }
+
+    /// "3 starts: 2 due, 1 made-up"
+    static std::string Totals(const std::string& strThing, const Counts& mapCounts) {
+        std::size_t uAll = 0;
+        std::string strKinds;
+        for (const auto& [strKind, uCount] : mapCounts) {
+            uAll += uCount;
+            strKinds += (strKinds.empty() ? ": " : ", ") + std::to_string(uCount) + " " + strKind;
         }
+        return (uAll == 0 ? "no" : std::to_string(uAll)) + " " + strThing + (uAll == 1 ? "" : "s") + strKinds;
     }
 
     Json::Value _jsStarts{Json::arrayValue};
     Json::Value _jsSkips{Json::arrayValue};
-    std::array<unsigned, 24> _auStartsByHour = {};
+    std::multimap<std::time_t, std::vector<Cell>> _mapRows;
+    std::vector<HourCount> _vecHours = std::vector<HourCount>(24);
+    Counts _mapStarts;
+    Counts _mapSkips;
 };
-
-JobTable JobsAskedFor(const Asked& asked, const Common& common, std::time_t tFrom) {
-    std::vector<Job> vecJobs;
-    for (const std::string& strFile : asked.vecFiles) {
-        for (Job& job : JobsOfFile(strFile)) {
-            job.iStartup = tFrom; // a job of a file is known from the beginning, and has not run yet
-            vecJobs.push_back(std::move(job));
-        }
-    }
-    return JobTable(asked.vecFiles.empty() ? JobsOfService(common.strRoot, std::string()) : std::move(vecJobs));
-}
 
 ExitStatus Run(const Asked& asked, const Common& common) {
     UseZone(asked.strZone);
@@ -140,7 +153,8 @@ ExitStatus Run(const Asked& asked, const Common& common) {
         throw ToolError(EXIT_WRONG, asked.strEvents + ": an event lies before --from");
     }
     Record record;
-    Simulator simulator({asked.ePolicy, asked.iMaxDelay}, JobsAskedFor(asked, common, tFrom));
+    Simulator simulator({asked.ePolicy, asked.iMaxDelay},
+                        JobTable(JobsToSimulate(asked.vecFiles, common.strRoot, tFrom)));
     simulator.Run(tFrom, tTo, vecEvents,
                   [&record](const ClockReading& reading, const Decision& decision, const JobTable& table) {
                       record.Take(reading, decision, table);
@@ -166,15 +180,9 @@ void AddSimulate(CLI::App& app, Common& common) {
         ->type_name("TIME")
         ->required();
     pCommand->add_option("--to", asked->strTo, "Last instant")->type_name("TIME")->required();
-    pCommand->add_option("--tz", asked->strZone, "Time zone (the system's)")->type_name("ZONE");
-    pCommand->add_option("--policy", asked->ePolicy, "literal or catchup (catchup)")
-        ->type_name("POLICY")
-        ->transform(CLI::CheckedTransformer(
-            std::map<std::string, ClockPolicy>{{"catchup", ClockPolicy::CatchUp}, {"literal", ClockPolicy::Literal}}));
+    AddClockOptions(*pCommand, asked->strZone, asked->ePolicy);
     pCommand->add_option("--events", asked->strEvents, "What happens to the machine meanwhile")->type_name("FILE");
-    pCommand->add_option("--max-delay", asked->iMaxDelay, "Seconds over which jobs of a random minute are spread (300)")
-        ->type_name("SECONDS")
-        ->check(CLI::NonNegativeNumber.description(""));
+    AddMaxDelayOption(*pCommand, asked->iMaxDelay);
     pCommand->add_option("FILE", asked->vecFiles, "Definition files (the installed jobs)");
 }
 

@@ -61,6 +61,10 @@ Json::Value JobToJson(const Job& job) {
     jsJob["randomMinute"] = static_cast<bool>(job.bRandomMinute);
     jsJob["state"] = StateOf(job);
     jsJob["enabled"] = static_cast<bool>(job.bEnabled);
+    jsJob["assureHours"] = job.iAssureHours;
+    jsJob["assureAction"] = job.bAssureRun ? "run" : "wait";
+    jsJob["overdue"] = static_cast<bool>(job.bOverdueReported);
+    jsJob["runOnPassive"] = static_cast<bool>(job.bRunOnPassive);
     jsJob["startup"] = static_cast<Json::Int64>(job.iStartup);
     jsJob["lastExecution"] = OptionalInstant(job.iLastExecution, Job::NEVER);
     jsJob["last"] = LastRun(job);
@@ -85,10 +89,6 @@ Json::Value JobToJsonInList(const Job& job) {
 Json::Value JobToJsonWhole(const Job& job) {
     Json::Value jsJob = JobToJson(job);
     jsJob["definition"] = DefinitionFromText(job.strDefinition);
-    jsJob["assureHours"] = job.iAssureHours;
-    jsJob["assureAction"] = job.bAssureRun ? "run" : "wait";
-    jsJob["overdue"] = static_cast<bool>(job.bOverdueReported);
-    jsJob["runOnPassive"] = static_cast<bool>(job.bRunOnPassive);
     jsJob["overlap"] = job.bAllowOverlap ? "allow" : "skip";
     jsJob["timeout"] = job.iTimeout;
     return jsJob;
