@@ -30,6 +30,7 @@ void AddNext(CLI::App& app, Common& common);
 void AddCheck(CLI::App& app, Common& common);
 void AddExplain(CLI::App& app, Common& common);
 void AddSimulate(CLI::App& app, Common& common);
+void AddTimeline(CLI::App& app, Common& common);
 void AddStatus(CLI::App& app, Common& common);
 void AddList(CLI::App& app, Common& common);
 void AddShow(CLI::App& app, Common& common);

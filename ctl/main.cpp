@@ -50,8 +50,8 @@ ExitStatus Work(int iCount, char** aArguments) {
     app.require_subcommand(0, 1); // what is no command is told by its name then
     app.fallthrough();
     for (const auto add :
-         {AddNext, AddSimulate, AddCheck, AddExplain, AddStatus, AddList, AddShow, AddHistory, AddWhy, AddLog, AddRun,
-          AddAdd, AddEdit, AddRemove, AddEnableCommands, AddImport, AddOneRequestCommands}) {
+         {AddNext, AddSimulate, AddTimeline, AddCheck, AddExplain, AddStatus, AddList, AddShow, AddHistory, AddWhy,
+          AddLog, AddRun, AddAdd, AddEdit, AddRemove, AddEnableCommands, AddImport, AddOneRequestCommands}) {
         add(app, common);
     }
     if (iCount > 1 && aArguments[1] == std::string(COMPLETE)) {

@@ -171,13 +171,17 @@ std::string ShortTextWithZone(std::time_t tInstant) {
 
 std::string LocalText(std::time_t tInstant) {
     const std::tm tmLocal = LocalTime(tInstant);
-    char szText[64];
-    std::strftime(szText, sizeof(szText), "%Y-%m-%dT%H:%M:%S", &tmLocal);
     const long lMinutes = std::labs(tmLocal.tm_gmtoff) / 60;
     char szOffset[32];
     std::snprintf(szOffset, sizeof(szOffset), "%c%02ld:%02ld", tmLocal.tm_gmtoff < 0 ? '-' : '+', lMinutes / 60,
                   lMinutes % 60);
-    return std::string(szText) + szOffset;
+    return LocalFormat(tInstant, "%Y-%m-%dT%H:%M:%S") + szOffset;
+}
+
+std::string LocalFormat(std::time_t tInstant, const char* szFormat) {
+    const std::tm tmLocal = LocalTime(tInstant);
+    char szText[64];
+    return std::string(szText, std::strftime(szText, sizeof(szText), szFormat, &tmLocal));
 }
 
 std::time_t YearsLater(std::time_t tInstant, int iYears) {

@@ -26,6 +26,8 @@ std::time_t ParseTime(const std::string& strText);
 
 /// "2026-11-20T03:00:00+02:00"
 std::string LocalText(std::time_t tInstant);
+/// The local time in a form of strftime(), 63 bytes at most.
+std::string LocalFormat(std::time_t tInstant, const char* szFormat);
 
 /// "2026-11-20 03:00", for people who know their zone; with seconds, or with the zone's abbreviation.
 std::string ShortText(std::time_t tInstant);

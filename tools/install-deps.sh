@@ -7,7 +7,7 @@ set -eu
 packages() {
     case $1 in
     build) echo g++ cmake ninja-build pkg-config libjsoncpp-dev libboost-dev libsystemd-dev libcli11-dev libsqlite3-dev ;;
-    test) echo abigail-tools bash-completion binutils bsdutils clang-14 dbus dbus-daemon debhelper faketime groff-base iproute2 keepalived less libgtest-dev lintian logrotate man-db procps python3 python3-dbusmock systemd tmux tzdata valgrind zsh ;;
+    test) echo abigail-tools bash-completion binutils bsdutils clang-14 dbus dbus-daemon debhelper faketime groff-base iproute2 keepalived less libgtest-dev librsvg2-bin lintian logrotate man-db procps python3 python3-dbusmock systemd tmux tzdata valgrind zsh ;;
     fuzz) echo clang-14 libclang-rt-14-dev ;;
     bench) echo cron libbenchmark-dev python3 util-linux ;;
     package) echo build-essential debhelper lintian ;;

@@ -14,7 +14,8 @@ import unittest
 SOURCE, TOOL = (pathlib.Path(argument).resolve() for argument in sys.argv[1:])
 PAGES = [*SOURCE.glob("*.md"), *SOURCE.glob("docs/*.md")]
 MANUAL = SOURCE / "docs/man/vukocronctl.1"
-WITHOUT_SERVICE = ("next --", "explain", "simulate", "check", "import")
+ENVIRONMENT = {"PATH": f"{TOOL.parent}:/usr/bin:/bin", "TZ": "UTC", "LC_ALL": "C.UTF-8"}
+WITHOUT_SERVICE = ("next --", "explain", "simulate", "timeline --", "check", "import")
 
 
 def text_of(page):
@@ -85,20 +86,27 @@ class Documents(unittest.TestCase):
             # What is stored, is stored in this folder.
             command = command.replace("vukocronctl import", "vukocronctl --root . import")
             done = subprocess.run(["sh", "-c", command], cwd=folder, capture_output=True, text=True, check=False,
-                                  env={"PATH": f"{TOOL.parent}:/usr/bin:/bin", "TZ": "UTC"})
+                                  env=ENVIRONMENT)
             with self.subTest(command):
                 # A page may leave out what comes last, and says so then.
                 self.assertEqual(done.stdout.replace(str(folder.resolve()), "").splitlines()[:len(shown)], shown, done.stderr)
         return count
 
     def test_the_control_tool_prints_what_the_pages_show(self):
-        for page, least in ((SOURCE / "README.md", 1), (SOURCE / "docs/CLOCK.md", 1), (SOURCE / "docs/MOVING-IN.md", 4), (MANUAL, 3)):
+        for page, least in ((SOURCE / "README.md", 2), (SOURCE / "docs/CLOCK.md", 1), (SOURCE / "docs/MOVING-IN.md", 4), (MANUAL, 3)):
             with tempfile.TemporaryDirectory(prefix="vuko-docs-") as folder:
                 job = '{"name": "report", "user": "root", "period": "crontab", "crontab": "15 3,21 * * *", "cmd": "/bin/true"}'
                 (pathlib.Path(folder) / "report.conf").write_text(job, encoding="utf-8")
                 (pathlib.Path(folder) / "usr/vuko/etc/vukocron.d").mkdir(parents=True)
+                (pathlib.Path(folder) / "docs").symlink_to(SOURCE / "docs")
                 count = sum(self.run_block(block, pathlib.Path(folder)) for block in blocks(page))
             self.assertGreaterEqual(count, least, page.name)
+
+    def test_the_picture_of_the_timeline_is_drawn_of_what_the_readme_shows(self):
+        ((command, _),) = [pair for block in blocks(SOURCE / "README.md") for pair in commands(block)
+                           if pair[0].startswith("vukocronctl timeline ")]
+        done = subprocess.run(["sh", "-c", command + " --svg -"], cwd=SOURCE, capture_output=True, check=True, env=ENVIRONMENT)
+        self.assertEqual(done.stdout, (SOURCE / "docs/pictures/timeline.svg").read_bytes())
 
 
 if __name__ == "__main__":
