@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "ctl/command.h"
+#include "ctl/common.h"
 #include "ctl/definitionfiles.h"
 #include "ctl/serviceview.h"
 

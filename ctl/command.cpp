@@ -1,6 +1,5 @@
 #include "ctl/command.h"
 
-#include <iostream>
 #include <map>
 #include <utility>
 
@@ -27,12 +26,6 @@ CLI::Option* AddMaxDelayOption(CLI::App& command, int& iMaxDelay) {
     return command.add_option("--max-delay", iMaxDelay, "Seconds over which jobs of a random minute are spread (300)")
         ->type_name("SECONDS")
         ->check(CLI::NonNegativeNumber.description(""));
-}
-
-void PrintJson(const Json::Value& jsValue) {
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "  ";
-    std::cout << Json::writeString(builder, jsValue) << "\n";
 }
 
 } // namespace VUKO::VUKOCrond::Ctl

@@ -1,26 +1,14 @@
 #pragma once
 
-#include <json/json.h>
-
 #include <CLI/CLI.hpp>
 
 #include <functional>
 #include <string>
-#include <vector>
 
-#include "ctl/toolerror.h"
+#include "ctl/common.h"
 #include "service/engine/clockpolicy.h"
 
 namespace VUKO::VUKOCrond::Ctl {
-
-/// What every command may need of the command line.
-struct Common {
-    std::string strRoot; ///< canonical; empty: none
-    bool bJson = false;
-    bool bNoPager = false;
-    std::vector<std::string> vecCommand; ///< what stands behind "--", for `add`
-    std::function<ExitStatus()> run;     ///< what the command that was chosen does
-};
 
 /// Adds a command; `run` of `common` is set when it is chosen. Each stands in a file of its own.
 CLI::App* AddCommand(CLI::App& app, Common& common, const std::string& strName, const std::string& strDescription,
@@ -51,8 +39,5 @@ void AddOneRequestCommands(CLI::App& app, Common& common);
 CLI::Option* AddClockOptions(CLI::App& command, std::string& strZone, Service::ClockPolicy& ePolicy);
 /// Adds --max-delay.
 CLI::Option* AddMaxDelayOption(CLI::App& command, int& iMaxDelay);
-
-/// Prints one JSON document.
-void PrintJson(const Json::Value& jsValue);
 
 } // namespace VUKO::VUKOCrond::Ctl

@@ -12,7 +12,7 @@
 #include <optional>
 #include <string>
 
-#include "ctl/command.h"
+#include "ctl/common.h"
 #include "ctl/terminal.h"
 #include "ctl/text.h"
 
