@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdio>
+#include <cstring>
 
 namespace VUKO::VUKOCrond::Ctl {
 
@@ -37,14 +38,14 @@ std::string RunTimeText(std::int64_t iUsec) {
 
 std::string EndText(const Json::Value& jsEnd, const char* szKindMember) {
     const std::string strKind = jsEnd[szKindMember].asString();
-    const std::string strCode = std::to_string(jsEnd["code"].asInt());
+    const int iCode = jsEnd["code"].asInt();
     if (strKind == "exited") {
-        return "exit " + strCode;
+        return "exit " + std::to_string(iCode);
     }
     if (strKind == "signaled") {
-        return "signal " + strCode;
+        return "signal " + std::to_string(iCode);
     }
-    return strKind == "not-started" ? "not started (error " + strCode + ")" : strKind;
+    return strKind == "not-started" ? std::string("not started (") + std::strerror(iCode) + ")" : strKind;
 }
 
 std::string OutcomeText(const Json::Value& jsOutcome) {

@@ -1,5 +1,7 @@
 #include <ctime>
 #include <iostream>
+#include <limits>
+#include <map>
 #include <memory>
 
 #include "ctl/command.h"
@@ -51,6 +53,30 @@ Json::Value ToJson(const Job& job, const std::vector<NextStart>& vecStarts) {
     return jsJob;
 }
 
+/// The starts of all jobs in the order of time, those that never start at the end.
+class Rows {
+public:
+    void Take(const Job& job, const std::vector<NextStart>& vecStarts) {
+        const std::string strName = job.id.strFolder.empty() ? job.id.strName : ToText(job.id);
+        for (const NextStart& start : vecStarts) {
+            _mapRows.insert({start.tInstant, {LocalText(start.tInstant), ToText(start.eReason), strName}});
+        }
+        if (vecStarts.empty()) {
+            _mapRows.insert({std::numeric_limits<std::time_t>::max(), {"never", "-", strName}});
+        }
+    }
+    void Print(std::ostream& out) const {
+        Table table({"START", "REASON", "JOB"});
+        for (const auto& [tInstant, vecRow] : _mapRows) {
+            table.Add(vecRow);
+        }
+        table.Print(out);
+    }
+
+private:
+    std::multimap<std::time_t, std::vector<Cell>> _mapRows;
+};
+
 ExitStatus Run(const Asked& asked, const Common& common) {
     UseZone(asked.strZone);
     const bool bInstalled = asked.strCrontab.empty() && asked.strFile.empty();
@@ -63,23 +89,17 @@ ExitStatus Run(const Asked& asked, const Common& common) {
     jsResult["zone"] = ZoneName(asked.strZone);
     jsResult["policy"] = ToText(asked.ePolicy);
     jsResult["jobs"] = Json::Value(Json::arrayValue);
-    Table table({"START", "REASON", "JOB"});
+    Rows rows;
     for (const Job& job : JobsAskedFor(asked, common)) {
         const std::vector<NextStart> vecStarts = FindNextStarts(job, asked.ePolicy, tFrom, asked.uCount);
         jsResult["jobs"].append(ToJson(job, vecStarts));
-        const std::string strName = job.id.strFolder.empty() ? job.id.strName : ToText(job.id);
-        for (const NextStart& start : vecStarts) {
-            table.Add({LocalText(start.tInstant), ToText(start.eReason), strName});
-        }
-        if (vecStarts.empty()) {
-            table.Add({"never", "-", strName});
-        }
+        rows.Take(job, vecStarts);
     }
     if (common.bJson) {
         PrintJson(jsResult);
     } else {
         const Pager pager(common);
-        table.Print(std::cout);
+        rows.Print(std::cout);
     }
     return EXIT_DONE;
 }

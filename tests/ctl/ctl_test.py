@@ -73,6 +73,13 @@ class Next(unittest.TestCase):
         done = tool("next", "--file", "-", "--from", "2026-01-01T00:00", "--tz", "UTC", "--json", text=text)
         self.assertEqual(json.loads(done.stdout)["jobs"][0]["next"][0]["epoch"], 1767240300)
 
+    def test_people_see_what_starts_first_at_the_top(self):
+        text = json.dumps([{"name": name, "user": "root", "period": "c", "crontab": fields, "cmd": "/bin/true"}
+                           for name, fields in [("never", "0 0 30 2 *"), ("late", "0 9 * * *"), ("early", "0 3 * * *")]])
+        done = tool("next", "--file", "-", "-n", "2", "--from", "2026-01-01T00:00", "--tz", "UTC", text=text)
+        self.assertEqual([line.split()[-1] for line in done.stdout.splitlines()],
+                         ["JOB", "early", "late", "early", "late", "never"])
+
     def test_says_what_is_wrong_and_how_it_ends(self):
         for arguments, status, message in [
                 (["next", "--crontab", "61 * * * *"], 1, '"61 * * * *": field "crontab": minute: 61 is not in 0..59'),

@@ -233,7 +233,9 @@ class Why(unittest.TestCase):
             told = self.why(outcome)
             self.assertTrue(told.startswith(ran), told)
             self.assertIn(text, told)
-        self.assertIn("pkg/a was to run for ", self.why(self.start(end=ended("not-started", 2))))
+        failed = self.why(self.start(end=ended("not-started", 2)))
+        self.assertIn("pkg/a was to run for ", failed)
+        self.assertIn(": not started (No such file or directory).", failed)
 
     def test_why_a_start_was_made_up(self):
         for reason, text in [("service down", "the service was not running at its minute"), ("clock step", "the clock was set over its minute")]:
