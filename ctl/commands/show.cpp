@@ -52,7 +52,7 @@ void AddRuns(Sheet& sheet, const Json::Value& jsJob, std::time_t tNow) {
     sheet.Add("Last start", PassedText(jsJob["lastExecution"], tNow));
     if (!jsJob["last"].isNull()) {
         Cell end = EndCell(jsJob["last"], "end");
-        if (jsJob["last"]["end"] != "running" && jsJob["last"]["end"] != "lost") {
+        if (jsJob["last"]["end"] == "exited" || jsJob["last"]["end"] == "signaled") {
             end.strText += " after " + RunTimeText(jsJob["last"]["durationUsec"].asInt64());
         }
         sheet.Add("Last end", end);
