@@ -1,6 +1,5 @@
 #include "ctl/command.h"
 
-#include <map>
 #include <utility>
 
 namespace VUKO::VUKOCrond::Ctl {
@@ -14,12 +13,13 @@ CLI::App* AddCommand(CLI::App& app, Common& common, const std::string& strName, 
 }
 
 CLI::Option* AddClockOptions(CLI::App& command, std::string& strZone, Service::ClockPolicy& ePolicy) {
-    using Service::ClockPolicy;
     command.add_option("--tz", strZone, "Time zone (the system's)")->type_name("ZONE");
-    return command.add_option("--policy", ePolicy, "literal or catchup (catchup)")
+    const auto set = [&ePolicy](const std::string& strPolicy) {
+        ePolicy = Service::ClockPolicyOf(strPolicy).value_or(ePolicy);
+    };
+    return command.add_option_function<std::string>("--policy", set, "literal or catchup (catchup)")
         ->type_name("POLICY")
-        ->transform(CLI::CheckedTransformer(
-            std::map<std::string, ClockPolicy>{{"catchup", ClockPolicy::CatchUp}, {"literal", ClockPolicy::Literal}}));
+        ->check(CLI::IsMember({"literal", "catchup"}).description(""));
 }
 
 CLI::Option* AddMaxDelayOption(CLI::App& command, int& iMaxDelay) {

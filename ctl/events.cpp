@@ -1,7 +1,9 @@
 #include "ctl/events.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
+#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <map>
@@ -66,7 +68,8 @@ std::vector<SimEvent> ReadEvents(const std::string& strFile) {
     if (strFile != "-") {
         file.open(strFile);
         if (!file) {
-            throw ToolError(EXIT_WRONG, strFile + ": cannot be read");
+            throw ToolError(errno == EACCES ? EXIT_DENIED : EXIT_WRONG,
+                            strFile + ": cannot be read: " + std::strerror(errno));
         }
     }
     std::istream& in = strFile == "-" ? std::cin : file;

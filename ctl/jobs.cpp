@@ -82,17 +82,12 @@ Job JobOfCrontab(const std::string& strCrontab) {
     return JobOfDefinition(DefinitionOfCrontab(strCrontab), "\"" + strCrontab + "\"");
 }
 
-std::string ReadDocument(const std::string& strFile, Json::Value& jsDocument) {
-    Document document = ReadDocument(strFile);
-    jsDocument = std::move(document.jsValue);
-    return document.strReason;
-}
-
 std::vector<Job> JobsOfFile(const std::string& strFile) {
-    Json::Value jsDocument;
-    if (const std::string strReason = ReadDocument(strFile, jsDocument); !strReason.empty()) {
-        throw ToolError(EXIT_WRONG, strFile + ": " + strReason);
+    const Document document = ReadDocument(strFile);
+    if (!document.strReason.empty()) {
+        throw ToolError(document.bDenied ? EXIT_DENIED : EXIT_WRONG, strFile + ": " + document.strReason);
     }
+    const Json::Value& jsDocument = document.jsValue;
     std::vector<Job> vecJobs;
     if (jsDocument.isObject()) {
         vecJobs.push_back(JobOfDefinition(jsDocument, strFile));

@@ -16,9 +16,6 @@ Service::Job JobOfDefinition(const Json::Value& jsDefinition, const std::string&
 /// The job that a five-field text makes; its name is "crontab".
 Service::Job JobOfCrontab(const std::string& strCrontab);
 
-/// Reads a JSON document, "-" for standard input. @return the reason why not, fit for people; empty when done.
-std::string ReadDocument(const std::string& strFile, Json::Value& jsDocument);
-
 /// The jobs of a definition file, "-" for standard input: an object or an array of them.
 std::vector<Service::Job> JobsOfFile(const std::string& strFile);
 

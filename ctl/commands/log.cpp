@@ -30,7 +30,9 @@ struct Asked {
 constexpr unsigned LINES_BEFORE_FOLLOWING = 10;
 
 /// The lines of a job that may be gone, or of one that the service cannot be asked about: its name is the last part.
-LogLines LinesOf(const std::string& strJob, const Common& common) {
+///
+/// @param[out] unknown  set where the service answers that there is no such job.
+LogLines LinesOf(const std::string& strJob, const Common& common, std::optional<ToolError>& unknown) {
     std::string strName = strJob.substr(strJob.rfind('/') + 1);
     std::vector<std::string> vecKnown;
     try {
@@ -39,8 +41,11 @@ LogLines LinesOf(const std::string& strJob, const Common& common) {
             vecKnown.push_back(jsJob["name"].asString());
         }
         strName = client.Ask("show", Naming(strJob))["name"].asString();
-    } catch (const ToolError&) {
+    } catch (const ToolError& error) {
         // It is looked for by what was asked.
+        if (error.Code() == "not-found") {
+            unknown = error;
+        }
     }
     return {strName, vecKnown};
 }
@@ -48,7 +53,8 @@ LogLines LinesOf(const std::string& strJob, const Common& common) {
 /// What is shown of a file: which lines, and how.
 class Shown {
 public:
-    Shown(const Asked& asked, std::optional<LogLines> lines) : _asked(asked), _lines(std::move(lines)) {}
+    Shown(const Asked& asked, std::optional<LogLines> lines, std::optional<ToolError> unknown = std::nullopt)
+        : _asked(asked), _lines(std::move(lines)), _unknown(std::move(unknown)) {}
 
     std::vector<std::string> Of(std::vector<std::string> vecLines) const {
         if (_lines) {
@@ -67,6 +73,12 @@ public:
         }
         return vecLines;
     }
+    /// @throws ToolError for a job that neither the service nor the log knows.
+    void RequireKnown(const std::vector<std::string>& vecLines) const {
+        if (_unknown && vecLines.empty()) {
+            throw ToolError(*_unknown);
+        }
+    }
     void Print(const std::vector<std::string>& vecLines) const {
         for (const std::string& strLine : vecLines) {
             const bool bFailure = !_asked.bOutput && LogLines::IsFailure(strLine);
@@ -78,6 +90,7 @@ public:
 private:
     const Asked& _asked;
     std::optional<LogLines> _lines;
+    std::optional<ToolError> _unknown;
 };
 
 ExitStatus Follow(LineFile& file, const Shown& shown) {
@@ -99,6 +112,7 @@ ExitStatus ShowFile(const std::string& strPath, const std::string& strAbsent, co
     if (!file.IsThere()) {
         throw ToolError(EXIT_WRONG, strPath + " is not there: " + strAbsent);
     }
+    shown.RequireKnown(vecLines);
     if (common.bJson) {
         Json::Value jsResult(Json::objectValue);
         jsResult["file"] = strPath;
@@ -164,10 +178,11 @@ ExitStatus Run(const Asked& asked, const Common& common) {
             return ShowOutput(asked, common);
         }
         std::optional<LogLines> lines;
+        std::optional<ToolError> unknown;
         if (!asked.strJob.empty()) {
-            lines = LinesOf(asked.strJob, common);
+            lines = LinesOf(asked.strJob, common, unknown);
         }
-        return ShowFile(SZF_CRON_LOG_EXEC, "no job has been started yet", Shown(asked, lines), asked, common);
+        return ShowFile(SZF_CRON_LOG_EXEC, "no job has been started yet", Shown(asked, lines, unknown), asked, common);
     } catch (const ToolError& error) {
         if (error.Status() != EXIT_DENIED) {
             throw;

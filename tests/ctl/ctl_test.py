@@ -87,12 +87,29 @@ class Next(unittest.TestCase):
                 (["next", "--crontab", "* * * * *", "--from", "yesterday"], 2, "is no time"),
                 (["next", "--crontab", "* * * * *", "--from", "2026-02-30T00:00"], 2, "is no time"),
                 (["next", "--crontab", "* * * * *", "-n", "0"], 2, "-n"),
+                (["next", "--crontab", "* * * * *", "--policy", "0"], 2, "--policy: 0 not in {literal,catchup}"),
                 (["next", "--file", "/no/such/file"], 1, "/no/such/file: cannot be read: No such file or directory"),
                 (["frobnicate"], 2, "vukocronctl: "), ([], 2, "vukocronctl: ")]:
             with self.subTest(arguments=arguments):
                 done = tool(*arguments)
                 self.assertEqual((done.returncode, done.stdout), (status, ""))
                 self.assertIn(message, done.stderr)
+
+
+    @unittest.skipUnless(os.geteuid() == 0, "needs an account that may not read")
+    def test_what_one_may_not_read_is_told_by_the_exit_status(self):
+        with tempfile.TemporaryDirectory() as folder:
+            os.chmod(folder, 0o755)
+            path = folder + "/kept"
+            with open(path, "w", encoding="utf-8") as file:
+                os.chmod(path, 0o600)
+                file.write("[]")
+            span = ["--from", "@0", "--to", "@60"]
+            for arguments in [["next", "--file", path], ["simulate", *span, path],
+                              ["simulate", *span, "--events", path, "/dev/null"]]:
+                done = tool(*arguments, uid=UNPRIVILEGED)
+                self.assertEqual((done.returncode, done.stdout), (4, ""))
+                self.assertIn(path + ": cannot be read: Permission denied", done.stderr)
 
 
 class Simulate(unittest.TestCase):

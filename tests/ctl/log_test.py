@@ -45,6 +45,9 @@ class OfAService(unittest.TestCase):
         self.assertEqual(len(told["lines"]), 2)
         self.assertIn(" failed, return code: ", told["lines"][1])
         self.assertEqual(len(tool(self.root, "log", "-n", "1").stdout.splitlines()), 1)
+        unknown = tool(self.root, "log", "unknown")
+        self.assertEqual((unknown.returncode, unknown.stdout), (1, ""))
+        self.assertIn('there is no job "unknown"', unknown.stderr)
         with terminal.Terminals() as terminals:
             for name, has_colour in [("a", False), ("missing", True)]:
                 shown = terminals.run([TOOL, "--root", self.root, "log", name], width=200)
