@@ -91,7 +91,10 @@ std::string WhyNoDefinitionFile(const struct stat& stFile, PackageOwner uidPacka
     return WhyUntrusted(stFile, uidPackage);
 }
 
-DefinitionFile ReadDefinitionFile(int iFolder, const std::string& strName, PackageOwner uidPackage) {
+namespace {
+
+/// What is replaced or removed while it is held counts as gone.
+DefinitionFile ReadEntry(int iFolder, const std::string& strName, PackageOwner uidPackage) {
     DefinitionFile file;
     // O_PATH only takes hold of the entry: nothing is opened, so nothing can block or be set off, and a link is held
     // itself. The reading then goes through that hold and not by the name once more.
@@ -117,6 +120,16 @@ DefinitionFile ReadDefinitionFile(int iFolder, const std::string& strName, Packa
         }
     }
     file.strReason = "is changed again and again while it is read";
+    return file;
+}
+
+} // namespace
+
+DefinitionFile ReadDefinitionFile(int iFolder, const std::string& strName, PackageOwner uidPackage) {
+    DefinitionFile file = ReadEntry(iFolder, strName, uidPackage);
+    for (int iReading = 1; file.bGone && iReading < READINGS_MAX; ++iReading) {
+        file = ReadEntry(iFolder, strName, uidPackage); // another one may have its name by now
+    }
     return file;
 }
 
