@@ -1,9 +1,17 @@
 #include "ctl/filechanges.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <csignal>
 #include <cstring>
+#include <set>
+#include <thread>
 
 #include "crond/configmanager.h"
 #include "crond/cronjob.h"
@@ -11,6 +19,7 @@
 #include "ctl/actas.h"
 #include "ctl/toolerror.h"
 #include "service/definitions/definitionreason.h"
+#include "service/uniquefd.h"
 
 namespace VUKO::VUKOCrond::Ctl {
 
@@ -43,10 +52,20 @@ int WithStore(const FileName& file, const FileContent& before, const Act& act) {
     return bDone ? 0 : errno != 0 ? errno : EBADMSG;
 }
 
+/// The library takes a link that leads nowhere for nothing at all, and leaves it there. Its folder is the same one at
+/// all times: nobody but root can put another one in the place of a package's.
+bool RemoveDeadLink(const std::string& strPath) {
+    struct stat stFile = {};
+    if (lstat(strPath.c_str(), &stFile) != 0) {
+        return errno == ENOENT;
+    }
+    return !S_ISLNK(stFile.st_mode) || unlink(strPath.c_str()) == 0;
+}
+
 /// What replaces a file takes its owner and mode over, which is no good where these are why it is refused.
 int Write(const FileName& file, const FileContent& before, const std::optional<Json::Value>& after) {
     return WithStore(file, before, [&](auto& store) {
-        const bool bCleared = (after && before.bIsSound) || store.Remove();
+        const bool bCleared = (after && before.bIsSound) || (store.Remove() && RemoveDeadLink(file.Path()));
         return bCleared && (!after || store.Save(*after));
     });
 }
@@ -61,6 +80,52 @@ ToolError Failure(const FileName& file, bool bRemoved, int iErrno) {
     return ToolError(iErrno == EACCES || iErrno == EPERM ? EXIT_DENIED : EXIT_WRONG,
                      file.Path() + (bRemoved ? " cannot be removed: " : " cannot be written: ") + strerror(iErrno) +
                          strHint);
+}
+
+/// Changes that several tools make at a time are made one after the other: each looks at what is there and writes what
+/// it has made of it, and the library locks nothing. Whoever may read a folder could hold its lock for ever, so nobody
+/// is waited for any longer than a change can take.
+class FolderLocks {
+public:
+    explicit FolderLocks(const std::set<Place>& setPlaces) {
+        for (const Place& place : setPlaces) { // in one order for all
+            _vecFolders.emplace_back(open(place.Path().c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+            const auto end = std::chrono::steady_clock::now() + PATIENCE;
+            while (_vecFolders.back() && flock(_vecFolders.back().Get(), LOCK_EX | LOCK_NB) != 0 &&
+                   std::chrono::steady_clock::now() < end) {
+                std::this_thread::sleep_for(STEP);
+            }
+        }
+    }
+
+private:
+    static constexpr std::chrono::milliseconds PATIENCE{2000};
+    static constexpr std::chrono::milliseconds STEP{10};
+
+    std::vector<Service::UniqueFd> _vecFolders; ///< locked for as long as they are open
+};
+
+/// Who presses Ctrl-C, or closes the terminal, ends the tool before the first write or after the last one.
+class SignalsPutOff {
+public:
+    SignalsPutOff() {
+        sigset_t set = {};
+        sigemptyset(&set);
+        for (const int iSignal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGTSTP, SIGXFSZ}) {
+            sigaddset(&set, iSignal);
+        }
+        sigprocmask(SIG_BLOCK, &set, &_before);
+    }
+    ~SignalsPutOff() { sigprocmask(SIG_SETMASK, &_before, nullptr); }
+    SignalsPutOff(const SignalsPutOff&) = delete;
+    SignalsPutOff& operator=(const SignalsPutOff&) = delete;
+
+private:
+    sigset_t _before = {};
+};
+
+ToolError ChangedMeanwhile(const FileName& file) {
+    return ToolError(EXIT_WRONG, file.Path() + " was changed by somebody else meanwhile: nothing is stored");
 }
 
 bool IsNamed(const Json::Value& jsDefinition, const std::string& strName) {
@@ -97,16 +162,19 @@ void FileChanges::Replace(const Found& found, const Json::Value& jsDefinition) {
                                         "(vukocronctl edit " +
                                         ToText(found.id) + ")");
     }
+    // What takes its place was made of what had been found, so that has to be there still.
     if (!jsDocument.isArray()) {
+        if (found.definition && jsDocument != *found.definition) {
+            throw ChangedMeanwhile(found.file);
+        }
         change.after = jsDefinition;
         return;
     }
-    for (Json::Value& jsOne : jsDocument) {
-        if (IsNamed(jsOne, found.id.strName)) {
-            jsOne = jsDefinition;
-            break; // the first one counts
-        }
+    const auto itOne = std::find(jsDocument.begin(), jsDocument.end(), *found.definition);
+    if (itOne == jsDocument.end()) {
+        throw ChangedMeanwhile(found.file);
     }
+    *itOne = jsDefinition;
     RequireValidOthers(found.file, jsDocument);
     change.after = jsDocument;
 }
@@ -144,12 +212,18 @@ void FileChanges::Rewrite(const FileName& file, const Json::Value& jsDocument) {
 void FileChanges::RequireUnchanged() const {
     for (const auto& [file, change] : _mapChanges) {
         if (!(ReadContent(file) == change.before)) {
-            throw ToolError(EXIT_WRONG, file.Path() + " was changed by somebody else meanwhile: nothing is stored");
+            throw ChangedMeanwhile(file);
         }
     }
 }
 
 void FileChanges::Commit() {
+    std::set<Place> setPlaces;
+    for (const auto& [file, change] : _mapChanges) {
+        setPlaces.insert(file.place);
+    }
+    const FolderLocks locks(setPlaces);
+    const SignalsPutOff signalsPutOff;
     RequireUnchanged();
     const DefinedJobs former;
     std::vector<FileName> vecWritten;

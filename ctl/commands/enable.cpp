@@ -1,4 +1,5 @@
 #include <memory>
+#include <set>
 
 #include "ctl/changereport.h"
 #include "ctl/command.h"
@@ -12,9 +13,13 @@ ExitStatus Run(const std::vector<std::string>& vecNames, bool bEnable, const Com
     const DefinedJobs jobs;
     FileChanges changes;
     std::vector<ChangedJob> vecChanged;
+    std::set<Service::JobId> setTaken;
     for (const std::string& strName : vecNames) {
         const Found found = jobs.Find(strName);
         RequireWritable(PlaceOf(found.id), ToText(found.id));
+        if (!setTaken.insert(found.id).second) {
+            continue;
+        }
         if (!found.definition) {
             throw ToolError(EXIT_WRONG, found.file.Path() + " is refused by the service: \"vukocronctl edit " +
                                             ToText(found.id) + "\" repairs it");
