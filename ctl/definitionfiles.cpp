@@ -47,6 +47,16 @@ std::vector<Place> OwnPlaces() {
     return vecPlaces;
 }
 
+/// There may be anything in a folder that one may not read.
+void RequireReadable(const std::vector<Place>& vecPlaces, const std::string& strJob) {
+    for (const Place& place : vecPlaces) {
+        if (faccessat(AT_FDCWD, place.Path().c_str(), R_OK | X_OK, AT_EACCESS) != 0 && errno == EACCES) {
+            throw ToolError(EXIT_DENIED, "no definition file that this account may read holds a job " + Quoted(strJob) +
+                                             ", and it may not read " + place.Path() + " (try sudo)");
+        }
+    }
+}
+
 std::string Names(const std::vector<Found>& vecFound) {
     std::string strNames;
     for (const Found& found : vecFound) {
@@ -148,13 +158,15 @@ Found DefinedJobs::Find(const std::string& strJob) const {
     std::vector<Found> vecFound;
     const JobId id = IdFromText(strJob);
     const std::vector<Place> vecAll = AllPlaces();
-    if (std::find(vecAll.begin(), vecAll.end(), PlaceOf(id)) != vecAll.end()) {
+    const bool bPlaced = std::find(vecAll.begin(), vecAll.end(), PlaceOf(id)) != vecAll.end();
+    if (bPlaced) {
         vecFound = FindByName(id.strName, {PlaceOf(id)});
     } else {
         vecFound = FindByName(strJob, OwnPlaces());
         vecFound = vecFound.empty() ? FindByName(strJob, vecAll) : vecFound;
     }
     if (vecFound.empty()) {
+        RequireReadable(bPlaced ? std::vector<Place>{PlaceOf(id)} : vecAll, strJob);
         throw ToolError(EXIT_WRONG, "no definition file holds a job " + Quoted(strJob));
     }
     if (vecFound.size() > 1) {

@@ -5,6 +5,7 @@
 #include "ctl/jobview.h"
 #include "ctl/words.h"
 #include "ctl/zone.h"
+#include "service/definitions/definitionpolicy.h"
 
 namespace VUKO::VUKOCrond::Ctl {
 
@@ -23,7 +24,9 @@ std::string NextStartText(const Json::Value& jsJob, const Json::Value& jsStatus,
         return "next start: never";
     }
     std::string strText = "next start: " + LocalText(*next) + " (in " + DurationText(*next - tNow) + ")";
-    if (jsStatus["draining"].asBool()) {
+    if (const std::string strAccount = jsJob["account"].asString(); !Service::LookUpAccount(strAccount)) {
+        strText += ", but not before there is an account " + strAccount;
+    } else if (jsStatus["draining"].asBool()) {
         strText += ", but not while the service is drained";
     } else if (jsStatus["role"] == "passive" && !jsJob["runOnPassive"].asBool()) {
         strText += ", but not while this machine is passive";

@@ -1,6 +1,7 @@
 #include <ctime>
 #include <iostream>
 #include <memory>
+#include <optional>
 
 #include "ctl/client.h"
 #include "ctl/command.h"
@@ -68,15 +69,17 @@ std::string TemplateEffect(const std::string& strWhat) {
     return strWhat == "set-delay" ? "\nThis counts from the next minute on." : "";
 }
 
-ExitStatus Template(const Common& common, const std::string& strWhat, int iSeconds) {
+ExitStatus Template(const Common& common, const std::string& strWhat, const std::optional<int>& seconds) {
     Json::Value jsMembers(Json::objectValue);
+    if (seconds.has_value() != (strWhat == "set-delay") || seconds.value_or(0) < 0) {
+        throw ToolError(EXIT_BAD_USAGE, seconds && strWhat != "set-delay"
+                                            ? "template " + strWhat + ": SECONDS are for set-delay"
+                                            : "template set-delay: expected a number of seconds");
+    }
     if (strWhat == "reroll") {
         jsMembers["reroll"] = true;
     } else if (strWhat == "set-delay") {
-        if (iSeconds < 0) {
-            throw ToolError(EXIT_BAD_USAGE, "template set-delay: expected a number of seconds");
-        }
-        jsMembers["maxDelay"] = iSeconds;
+        jsMembers["maxDelay"] = *seconds;
     }
     const Json::Value jsResult = Client(common.strRoot).Ask("template", jsMembers);
     std::string strText;
@@ -120,13 +123,13 @@ void AddOneRequestCommands(CLI::App& app, Common& common) {
         ->check(CLI::IsMember({"active", "passive"}).description(""));
 
     const auto strWhat = std::make_shared<std::string>("show");
-    const auto iSeconds = std::make_shared<int>(-1);
+    const auto seconds = std::make_shared<std::optional<int>>();
     CLI::App* const pTemplate =
         AddCommand(app, common, "template", "Show the schedule template, draw it anew, or set its delay",
-                   [strWhat, iSeconds, &common] { return Template(common, *strWhat, *iSeconds); });
+                   [strWhat, seconds, &common] { return Template(common, *strWhat, *seconds); });
     pTemplate->add_option("WHAT", *strWhat, "show, reroll or set-delay")
         ->check(CLI::IsMember({"show", "reroll", "set-delay"}).description(""));
-    pTemplate->add_option("SECONDS", *iSeconds, "for set-delay");
+    pTemplate->add_option("SECONDS", *seconds, "for set-delay");
 
     const auto bOff = std::make_shared<bool>(false);
     AddCommand(app, common, "drain", "Start no jobs any more, until the service is started again or --off is given",

@@ -110,7 +110,7 @@ private:
     void AddJob(ImportItem& item);
     /// The fields of the time, taken from the front of a line; those that are missing are empty.
     static CronSchedule TakeSchedule(std::string& strRest, std::string& strTime);
-    std::string WhyRefused(const std::string& strCommand) const;
+    std::string WhyRefused(const std::string& strAccount, const std::string& strCommand) const;
     void AddNotes(ImportItem& item, const std::string& strAccount, const std::string& strCommand) const;
     Json::Value Definition(const std::string& strAccount, const std::string& strCommand,
                            const std::string& strTime) const;
@@ -185,12 +185,13 @@ CronSchedule Converter::TakeSchedule(std::string& strRest, std::string& strTime)
     return ConvertFields(vecFields);
 }
 
-std::string Converter::WhyRefused(const std::string& strCommand) const {
+std::string Converter::WhyRefused(const std::string& strAccount, const std::string& strCommand) const {
     if (!_strOtherZone.empty()) {
         return "its times are those of the zone " + OneLine(_strOtherZone) + " (CRON_TZ), and here all are those of " +
                ZoneName(std::string());
     }
-    if (_format.bSystem && strCommand.empty()) {
+    const bool bIsCommand = strAccount.find('/') != std::string::npos; // of a line without the column
+    if (_format.bSystem && (strCommand.empty() || bIsCommand)) {
         return "it lacks the account or the command: is this a user's crontab? Say --user ACCOUNT then";
     }
     return WhyNoCommand(strCommand, _mapEnvironment);
@@ -242,7 +243,7 @@ void Converter::AddJob(ImportItem& item) {
         _format.bSystem && schedule.strReason.empty() ? TakeWord(strRest) : _format.strAccount;
     std::string strReason = schedule.strReason;
     if (strReason.empty()) {
-        strReason = WhyRefused(strRest);
+        strReason = WhyRefused(strAccount, strRest);
     }
     if (!strReason.empty()) {
         item.Refuse(OneLine(strReason));
