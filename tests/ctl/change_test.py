@@ -4,6 +4,7 @@
 usage: change_test.py TOOL SERVICE
 """
 
+import fcntl
 import json
 import os
 import pathlib
@@ -14,6 +15,7 @@ import stat
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 
 import rooted
@@ -138,6 +140,10 @@ class Add(Case):
         self.assertIn("is vukocrond running?); the job will be known when the service starts", ended.stdout)
         self.assertIsNone(json.loads(alone.run("disable", "later", "--json").stdout)["jobs"][0]["taken"])
 
+    def test_an_account_that_is_not_there_is_told(self):
+        ended = self.done("add", "--name", "homeless", "--daily", "--user", "package", "--package-username", "no-such-one", "--", "/bin/true")
+        self.assertRegex(ended.stdout, rf"^Added builtin-dyn/homeless; {NEXT}, but not before there is an account no-such-one\.\n$")
+
     def test_the_library_asks_no_service_manager(self):
         ended = self.done("add", "--name", "seam", "--daily", "--", "/bin/true", LD_DEBUG="bindings")
         bound = [line.split(" to ")[1] for line in ended.stderr.splitlines() if "VUKOSystemdReload" in line]
@@ -216,6 +222,7 @@ class RemoveAndEnable(Case):
         before = ROOT.file("builtin-dyn/switched").stat()
         self.assertIn("builtin-dyn/switched is disabled already", self.done("disable", "switched").stdout)
         self.assertEqual(ROOT.file("builtin-dyn/switched").stat(), before)
+        self.assertEqual(self.done("enable", "other-switch", "builtin-dyn/other-switch").stdout.count("Enabled"), 1)
         self.assertRegex(self.done("enable", "switched").stdout, rf"^Enabled builtin-dyn/switched; {NEXT}\.")
         self.assertEqual(self.done("remove", "switched", "other-switch").stdout,
                          "Removed builtin-dyn/switched.\nRemoved builtin-dyn/other-switch.\n")
@@ -241,6 +248,40 @@ class RemoveAndEnable(Case):
         self.assertEqual(ROOT.stored("pkg/several"), [named("second", enabled=False)])
         self.done("remove", "second")
         self.assertFalse(ROOT.file("pkg/several").exists())
+
+    def test_of_changes_at_the_same_time_each_that_is_done_stays(self):
+        names = [f"at-once{number}" for number in range(10)]
+        ROOT.define("pkg/at-once", [named(name) for name in names])
+        tools = [subprocess.Popen(ROOT.command("disable", name), stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True,
+                                  env=rooted.ENVIRONMENT) for name in names]
+        told = [(tool.communicate(timeout=60)[1], tool.returncode) for tool in tools]
+        disabled = [job.get("enabled") is False for job in ROOT.stored("pkg/at-once")]
+        self.assertEqual([status == 0 for _, status in told], disabled, told)
+        self.assertIn(True, disabled)
+        for error, status in told:
+            self.assertIn("was changed by somebody else meanwhile" if status else "", error)
+        self.done("remove", *names)
+
+    def test_whoever_holds_the_lock_of_a_folder_keeps_nobody_from_changing_it(self):
+        self.done("add", "-", text=json.dumps(named("locked")))
+        folder = os.open(ROOT.file("builtin-dyn/locked").parent, os.O_RDONLY)
+        self.addCleanup(os.close, folder)
+        fcntl.flock(folder, fcntl.LOCK_SH)
+        self.done("disable", "locked")
+        self.assertIs(ROOT.stored("builtin-dyn/locked")["enabled"], False)
+
+    def test_an_interruption_ends_it_before_all_writes_or_after_them(self):
+        names = [f"many{number}" for number in range(60)]
+        tool = subprocess.Popen(ROOT.command("add", "-"), stdin=subprocess.PIPE, stdout=subprocess.DEVNULL, text=True,
+                                env=rooted.ENVIRONMENT)
+        tool.stdin.write(json.dumps([named(name) for name in names]))
+        tool.stdin.close()
+        while tool.poll() is None and not any(ROOT.file(f"builtin-dyn/{name}").exists() for name in names):
+            time.sleep(0)
+        tool.send_signal(signal.SIGINT)
+        tool.wait(60)
+        self.assertEqual([name for name in names if not ROOT.file(f"builtin-dyn/{name}").exists()], [])
+        self.done("remove", *names)
 
     def test_a_job_that_stands_twice_is_removed_wholly(self):
         ROOT.define("pkg/a-first", named("twice"))
@@ -318,6 +359,22 @@ class PackageAccount(Case):
         self.assertEqual((entry.st_uid, stat.S_IMODE(entry.st_mode)), (NOBODY, 0o600))
         self.done("disable", "given", uid=NOBODY)
         self.done("remove", "given")
+
+    def test_is_told_of_folders_that_it_may_not_read(self):
+        folder = ROOT.define("builtin-dyn/hidden", named("hidden")).parent
+        self.addCleanup(folder.chmod, 0o755)
+        folder.chmod(0o750)
+        for job in ("hidden", "builtin-dyn/hidden"):
+            self.assertIn(f"may not read {folder} (try sudo)", self.done("disable", job, uid=NOBODY, status=4).stderr)
+        self.done("disable", "hidden")
+
+    def test_a_link_that_leads_nowhere_is_removed(self):
+        place = self.folder / "nowhere.conf"
+        for options in ({}, {"uid": NOBODY}):
+            place.symlink_to("/no/such/file")
+            os.lchown(place, NOBODY, NOBODY)
+            self.assertIn("Removed", self.done("remove", "nowhere", **options).stdout)
+            self.assertFalse(os.path.lexists(place))
 
     def test_cannot_lead_root_astray(self):
         with tempfile.TemporaryDirectory() as outside:
@@ -423,6 +480,7 @@ class Steer(Case):
         self.assertIn("Jobs keep the values they have", self.done("template", "reroll").stdout)
         self.assertIn("from the next minute on", self.done("template", "set-delay", "77").stdout)
         self.assertIn("a number of seconds", self.done("template", "set-delay", status=2).stderr)
+        self.assertIn("SECONDS are for set-delay", self.done("template", "show", "5", status=2).stderr)
 
 
 if __name__ == "__main__":
