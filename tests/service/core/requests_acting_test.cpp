@@ -66,7 +66,8 @@ TEST_F(Requests, TellWhyAJobIsNotStartedAndLogNoStart) {
     _life.Settle();
     End("a");
     EXPECT_EQ(Ask("drain")["result"]["draining"], true);
-    EXPECT_EQ(MessageOf(Ask("run", JobNamed("a"))), "not started: stopping");
+    EXPECT_EQ(MessageOf(Ask("run", JobNamed("a"))),
+              "not started: the service is drained, and starts jobs again when that is switched off");
     EXPECT_EQ(Ask("drain", Member("on", false))["result"]["draining"], false);
     _life.bHibernating = true;
     EXPECT_EQ(MessageOf(Ask("run", JobNamed("a"))), "not started: hibernating");
