@@ -1,18 +1,80 @@
 #pragma once
 
-#include <CLI/CLI.hpp>
-
+#include <cstddef>
 #include <functional>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "ctl/common.h"
 #include "service/engine/clockpolicy.h"
 
+namespace CLI {
+class App;
+class Option;
+} // namespace CLI
+
 namespace VUKO::VUKOCrond::Ctl {
 
+/// An option or an argument of a command: a name for what the library of command lines has of it, good for as long as
+/// the command line is. What it is told holds from then on, and it gives itself back for more.
+///
+/// Commands know that library by this alone: it is all templates, and would be compiled anew with each of them.
+class CommandOption {
+public:
+    CommandOption() = default; ///< one that is never given
+    explicit CommandOption(CLI::Option* pOption) : _pOption(pOption) {}
+
+    /// What stands for its value in the help.
+    CommandOption Type(const std::string& strName) const;
+    CommandOption Required() const;
+    CommandOption OneOf(const std::vector<std::string>& vecChoices) const;
+    CommandOption Within(int iLeast, int iMost) const;
+    CommandOption Positive() const;
+    CommandOption ExistingFolder() const;
+    /// One text is several values.
+    CommandOption SplitAt(char cDelimiter) const;
+    /// Takes one value each time that it is given; the next word is something else's.
+    CommandOption OneValueEach() const;
+    /// It and the other are not given together.
+    CommandOption Excludes(const CommandOption& other) const;
+
+    bool IsGiven() const;
+    /// "--name"; for an argument "NAME".
+    std::string Name() const;
+
+private:
+    CLI::Option* _pOption = nullptr;
+};
+
+/// A command of the tool: the options and arguments that it takes, and the variables that they go to. One that is not
+/// given leaves its variable as it is.
+class Command {
+public:
+    explicit Command(CLI::App& app) : _pApp(&app) {}
+
+    CommandOption Option(const std::string& strName, std::string& strValue, const std::string& strHelp) const;
+    CommandOption Option(const std::string& strName, int& iValue, const std::string& strHelp) const;
+    CommandOption Option(const std::string& strName, std::optional<int>& value, const std::string& strHelp) const;
+    CommandOption Option(const std::string& strName, std::size_t& uValue, const std::string& strHelp) const;
+    CommandOption Option(const std::string& strName, std::optional<std::string>& value,
+                         const std::string& strHelp) const;
+    CommandOption Option(const std::string& strName, std::vector<std::string>& vecValues,
+                         const std::string& strHelp) const;
+    CommandOption Flag(const std::string& strName, bool& bValue, const std::string& strHelp) const;
+
+    /// Adds the options of all commands that look ahead: --tz and --policy. @return the latter
+    CommandOption ClockOptions(std::string& strZone, Service::ClockPolicy& ePolicy) const;
+    /// Adds --max-delay.
+    CommandOption MaxDelayOption(int& iMaxDelay) const;
+
+private:
+    CLI::App* _pApp;
+};
+
 /// Adds a command; `run` of `common` is set when it is chosen. Each stands in a file of its own.
-CLI::App* AddCommand(CLI::App& app, Common& common, const std::string& strName, const std::string& strDescription,
-                     std::function<ExitStatus()> run);
+Command AddCommand(CLI::App& app, Common& common, const std::string& strName, const std::string& strDescription,
+                   std::function<ExitStatus()> run);
 
 void AddNext(CLI::App& app, Common& common);
 void AddCheck(CLI::App& app, Common& common);
@@ -34,10 +96,5 @@ void AddEnableCommands(CLI::App& app, Common& common);
 void AddImport(CLI::App& app, Common& common);
 /// reload, reroll, role, template, drain: one request each.
 void AddOneRequestCommands(CLI::App& app, Common& common);
-
-/// Adds the options of all commands that look ahead: --tz and --policy. @return the latter
-CLI::Option* AddClockOptions(CLI::App& command, std::string& strZone, Service::ClockPolicy& ePolicy);
-/// Adds --max-delay.
-CLI::Option* AddMaxDelayOption(CLI::App& command, int& iMaxDelay);
 
 } // namespace VUKO::VUKOCrond::Ctl

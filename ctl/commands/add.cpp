@@ -22,8 +22,8 @@ struct Asked {
     bool bReplace = false;
     bool bPeriod = false; ///< of four flags; which one, the option knows
     NewDefinition wanted;
-    std::vector<CLI::Option*> vecTimes; ///< options of which one is wanted
-    std::vector<CLI::Option*> vecWords; ///< options that say what a file says itself
+    std::vector<CommandOption> vecTimes; ///< options of which one is wanted
+    std::vector<CommandOption> vecWords; ///< options that say what a file says itself
 };
 
 [[noreturn]] void BadUsage(const std::string& strMessage) {
@@ -50,8 +50,8 @@ Place PlaceAskedFor(const Asked& asked) {
     return {SZK_CRON_FOLDER_PKG_NONROOT, vecOwn.front()};
 }
 
-bool IsGiven(const CLI::Option* pOption) {
-    return pOption->count() != 0;
+bool IsGiven(const CommandOption& option) {
+    return option.IsGiven();
 }
 
 void RequireUsage(const Asked& asked, const Common& common) {
@@ -59,7 +59,7 @@ void RequireUsage(const Asked& asked, const Common& common) {
     const bool bWords = itWord != asked.vecWords.end() || !common.vecCommand.empty();
     if (!asked.strFile.empty() && bWords) {
         BadUsage("a file says all itself: no " +
-                 (itWord != asked.vecWords.end() ? (*itWord)->get_name() : std::string("command")) + " with it");
+                 (itWord != asked.vecWords.end() ? itWord->Name() : std::string("command")) + " with it");
     }
     if (!asked.strFile.empty()) {
         return;
@@ -81,8 +81,8 @@ void RequireUsage(const Asked& asked, const Common& common) {
 Proposal ProposalOfWords(const Asked& asked, const Common& common, const Place& place) {
     NewDefinition wanted = asked.wanted;
     wanted.vecCommand = common.vecCommand;
-    const CLI::Option* const pTime = *std::find_if(asked.vecTimes.begin(), asked.vecTimes.end(), IsGiven);
-    wanted.strPeriod = pTime->get_lnames().front(); // the option's name is the period's
+    const CommandOption time = *std::find_if(asked.vecTimes.begin(), asked.vecTimes.end(), IsGiven);
+    wanted.strPeriod = time.Name().substr(2); // the option's name is the period's
     if (wanted.strUser.empty()) {
         wanted.strUser = place.IsOfPackageAccount() ? "package" : "root";
     }
@@ -152,57 +152,53 @@ ExitStatus Run(const Asked& asked, const Common& common) {
 }
 
 /// What only a definition in words needs; a file says it itself.
-void AddWords(CLI::App& command, Asked& asked) {
+void AddWords(const Command& command, Asked& asked) {
     NewDefinition& wanted = asked.wanted;
     asked.vecTimes = {
-        command.add_option("--crontab", wanted.strCrontab, "Five fields, in one argument")->type_name("\"M H D M W\"")};
+        command.Option("--crontab", wanted.strCrontab, "Five fields, in one argument").Type("\"M H D M W\"")};
     for (const char* const szPeriod : {"--hourly", "--daily", "--weekly", "--monthly"}) {
         asked.vecTimes.push_back(
-            command.add_flag(szPeriod, asked.bPeriod, "At random times of that period, which are kept"));
+            command.Flag(szPeriod, asked.bPeriod, "At random times of that period, which are kept"));
     }
-    std::vector<CLI::Option*>& vecWords = asked.vecWords;
+    std::vector<CommandOption>& vecWords = asked.vecWords;
     vecWords = asked.vecTimes;
     const auto text = [&](const char* szName, std::string& strValue, const char* szType, const char* szHelp) {
-        vecWords.push_back(command.add_option(szName, strValue, szHelp)->type_name(szType));
+        vecWords.push_back(command.Option(szName, strValue, szHelp).Type(szType));
         return vecWords.back();
     };
-    const auto choice = [](const char* szOne, const char* szOther) {
-        return CLI::IsMember({szOne, szOther}).description("");
-    };
     const auto number = [&](const char* szName, int& iValue, const char* szType, const char* szHelp) {
-        vecWords.push_back(command.add_option(szName, iValue, szHelp)
-                               ->type_name(szType)
-                               ->check(CLI::Range(0, std::numeric_limits<int>::max()).description("")));
+        vecWords.push_back(
+            command.Option(szName, iValue, szHelp).Type(szType).Within(0, std::numeric_limits<int>::max()));
     };
     text("--name", wanted.strName, "NAME", "The job's name");
     text("--user", wanted.strUser, "CLASS", "root, system or package (root; in a package's folder: package)")
-        ->check(CLI::IsMember({"root", "system", "package"}).description(""));
+        .OneOf({"root", "system", "package"});
     text("--package-username", wanted.strPackageUser, "ACCOUNT", "Account of a package's job (the folder's owner)");
     number("--assure", wanted.iAssureHours, "HOURS", "Start it when it has not run for so long");
     text("--assure-action", wanted.strAssureAction, "ACTION", "run, or wait: only tell of it (run)")
-        ->check(choice("run", "wait"));
+        .OneOf({"run", "wait"});
     number("--timeout", wanted.iTimeout, "SECONDS", "End it after so long (never)");
     text("--overlap", wanted.strOverlap, "WHAT", "skip or allow: a start while its last run goes on (skip)")
-        ->check(choice("skip", "allow"));
+        .OneOf({"skip", "allow"});
     text("--description", wanted.strDescription, "TEXT", "For people");
-    vecWords.push_back(command.add_flag("--run-on-passive", wanted.bRunOnPassive, "Also where the role is passive"));
-    vecWords.push_back(command.add_flag("--disabled", wanted.bDisabled, "Known, but not started by its schedule"));
+    vecWords.push_back(command.Flag("--run-on-passive", wanted.bRunOnPassive, "Also where the role is passive"));
+    vecWords.push_back(command.Flag("--disabled", wanted.bDisabled, "Known, but not started by its schedule"));
 }
 
 } // namespace
 
 void AddAdd(CLI::App& app, Common& common) {
     const auto asked = std::make_shared<Asked>();
-    CLI::App* const pCommand = AddCommand(app, common, "add", "Add jobs from a file or from words",
-                                          [asked, &common] { return Run(*asked, common); });
-    pCommand->add_option("FILE", asked->strFile,
-                         "Definition file, - for standard input; without one: options, and -- COMMAND ARGS...");
-    CLI::Option* const pPackage =
-        pCommand->add_option("--package", asked->strPackage, "Into the folder of a package with an account of its own")
-            ->type_name("PACKAGE");
-    pCommand->add_flag("--pkg", asked->bPkg, "Into the folder of packages that run as root")->excludes(pPackage);
-    pCommand->add_flag("--replace", asked->bReplace, "Put it in the place of the job of that name");
-    AddWords(*pCommand, *asked);
+    const Command command = AddCommand(app, common, "add", "Add jobs from a file or from words",
+                                       [asked, &common] { return Run(*asked, common); });
+    command.Option("FILE", asked->strFile,
+                   "Definition file, - for standard input; without one: options, and -- COMMAND ARGS...");
+    const CommandOption package =
+        command.Option("--package", asked->strPackage, "Into the folder of a package with an account of its own")
+            .Type("PACKAGE");
+    command.Flag("--pkg", asked->bPkg, "Into the folder of packages that run as root").Excludes(package);
+    command.Flag("--replace", asked->bReplace, "Put it in the place of the job of that name");
+    AddWords(command, *asked);
 }
 
 } // namespace VUKO::VUKOCrond::Ctl

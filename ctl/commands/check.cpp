@@ -47,8 +47,8 @@ void AddCheck(CLI::App& app, Common& common) {
     const auto vecPaths = std::make_shared<std::vector<std::string>>();
     AddCommand(app, common, "check", "Tell what is wrong with definition files, and what may surprise in them",
                [vecPaths, &common] { return Run(*vecPaths, common); })
-        ->add_option("FILE", *vecPaths, "Definition files, folders of them, - for standard input")
-        ->required();
+        .Option("FILE", *vecPaths, "Definition files, folders of them, - for standard input")
+        .Required();
 }
 
 } // namespace VUKO::VUKOCrond::Ctl

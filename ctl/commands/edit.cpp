@@ -129,8 +129,8 @@ void AddEdit(CLI::App& app, Common& common) {
     const auto strJob = std::make_shared<std::string>();
     AddCommand(app, common, "edit", "Change a job's definition in an editor",
                [strJob, &common] { return Run(*strJob, common); })
-        ->add_option("JOB", *strJob, "Its name, or FOLDER/NAME, or FOLDER/PACKAGE/NAME")
-        ->required();
+        .Option("JOB", *strJob, "Its name, or FOLDER/NAME, or FOLDER/PACKAGE/NAME")
+        .Required();
 }
 
 } // namespace VUKO::VUKOCrond::Ctl

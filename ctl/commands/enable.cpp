@@ -40,8 +40,8 @@ ExitStatus Run(const std::vector<std::string>& vecNames, bool bEnable, const Com
 void Add(CLI::App& app, Common& common, const char* szName, const char* szHelp, bool bEnable) {
     const auto vecNames = std::make_shared<std::vector<std::string>>();
     AddCommand(app, common, szName, szHelp, [vecNames, bEnable, &common] { return Run(*vecNames, bEnable, common); })
-        ->add_option("JOB", *vecNames, "Its name, or FOLDER/NAME, or FOLDER/PACKAGE/NAME")
-        ->required();
+        .Option("JOB", *vecNames, "Its name, or FOLDER/NAME, or FOLDER/PACKAGE/NAME")
+        .Required();
 }
 
 } // namespace

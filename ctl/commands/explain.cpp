@@ -54,8 +54,8 @@ void AddExplain(CLI::App& app, Common& common) {
     const auto strCrontab = std::make_shared<std::string>();
     AddCommand(app, common, "explain", "Tell in words what five fields mean here",
                [strCrontab, &common] { return Run(*strCrontab, common); })
-        ->add_option("CRONTAB", *strCrontab, "Five fields, in one argument")
-        ->required();
+        .Option("CRONTAB", *strCrontab, "Five fields, in one argument")
+        .Required();
 }
 
 } // namespace VUKO::VUKOCrond::Ctl

@@ -20,7 +20,7 @@ struct Asked {
     std::string strJob;
     std::string strSince;
     std::string strUntil;
-    unsigned uLines = 0; ///< 0: all
+    std::size_t uLines = 0; ///< 0: all
 };
 
 /// An outcome and the job that it is of.
@@ -126,7 +126,7 @@ void PrintDurations(const Json::Value& jsHistory) {
               << std::string(INDENT, ' ') << Sparkline(vecBars, INDENT) << "\n";
 }
 
-std::vector<Entry> EntriesOf(const Json::Value& jsHistories, unsigned uLines) {
+std::vector<Entry> EntriesOf(const Json::Value& jsHistories, std::size_t uLines) {
     std::vector<Entry> vecEntries;
     for (const Json::Value& jsHistory : jsHistories) {
         for (const Json::Value& jsOutcome : jsHistory["outcomes"]) {
@@ -178,16 +178,14 @@ ExitStatus Run(const Asked& asked, const Common& common) {
 
 void AddHistory(CLI::App& app, Common& common) {
     const auto asked = std::make_shared<Asked>();
-    CLI::App* const pCommand =
+    const Command command =
         AddCommand(app, common, "history", "Show what became of the due minutes of a job, or of all, newest first",
                    [asked, &common] { return Run(*asked, common); });
-    pCommand->add_option("JOB", asked->strJob, "Its name, or FOLDER/NAME, or FOLDER/PACKAGE/NAME");
-    pCommand->add_option("-n,--lines", asked->uLines, "At most so many, the newest")
-        ->type_name("N")
-        ->check(CLI::PositiveNumber.description(""));
-    pCommand->add_option("--since", asked->strSince, "Decided then or later: @EPOCH or local YYYY-MM-DDTHH:MM[:SS]")
-        ->type_name("TIME");
-    pCommand->add_option("--until", asked->strUntil, "Decided then or earlier")->type_name("TIME");
+    command.Option("JOB", asked->strJob, "Its name, or FOLDER/NAME, or FOLDER/PACKAGE/NAME");
+    command.Option("-n,--lines", asked->uLines, "At most so many, the newest").Type("N").Positive();
+    command.Option("--since", asked->strSince, "Decided then or later: @EPOCH or local YYYY-MM-DDTHH:MM[:SS]")
+        .Type("TIME");
+    command.Option("--until", asked->strUntil, "Decided then or earlier").Type("TIME");
 }
 
 } // namespace VUKO::VUKOCrond::Ctl

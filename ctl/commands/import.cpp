@@ -90,30 +90,26 @@ ExitStatus Run(Asked asked, const Common& common) {
 
 void AddImport(CLI::App& app, Common& common) {
     const auto asked = std::make_shared<Asked>();
-    CLI::App* const pCommand =
-        AddCommand(app, common, "import", "Make jobs of a crontab's lines or of systemd's timers",
-                   [asked, &common] { return Run(*asked, common); });
-    pCommand->add_option("WHAT", asked->strKind, "crontab or timers")
-        ->required()
-        ->check(CLI::IsMember({"crontab", "timers"}).description(""));
-    pCommand->add_option("FILE", asked->strFile, "The crontab, - for standard input");
-    CLI::Option* const pSystem =
-        pCommand->add_flag("--system", asked->format.bSystem, "The crontab has a column for the account");
-    pCommand->add_option("--user", asked->format.strAccount, "It has none: all lines are this account's")
-        ->type_name("ACCOUNT")
-        ->excludes(pSystem);
-    pCommand->add_option("--unit", asked->vecUnits, "Timers to import; without it all that are enabled")
-        ->type_name("TIMER");
-    pCommand->add_option("--unit-dir", asked->vecUnitFolders, "Read units here, and not in the usual folders")
-        ->type_name("DIR")
-        ->check(CLI::Validator(CLI::ExistingDirectory).description(""));
-    pCommand->add_option("--package", asked->strPackage, "Into the folder of a package with an account of its own")
-        ->type_name("PACKAGE");
-    pCommand->add_option("--prefix", asked->options.strPrefix, "Begin the jobs' names with this")->type_name("TEXT");
-    pCommand->add_flag("--disabled", asked->options.bDisabled, "Let the jobs be known, but not started yet");
-    pCommand->add_flag("--replace", asked->options.bReplace, "Put them in the place of other jobs of their names");
-    pCommand->add_flag("--skip-inexpressible", asked->bSkip, "Leave out what cannot be expressed");
-    pCommand->add_flag("--dry-run", asked->bDryRun, "Store nothing, tell what would be");
+    const Command command = AddCommand(app, common, "import", "Make jobs of a crontab's lines or of systemd's timers",
+                                       [asked, &common] { return Run(*asked, common); });
+    command.Option("WHAT", asked->strKind, "crontab or timers").Required().OneOf({"crontab", "timers"});
+    command.Option("FILE", asked->strFile, "The crontab, - for standard input");
+    const CommandOption system =
+        command.Flag("--system", asked->format.bSystem, "The crontab has a column for the account");
+    command.Option("--user", asked->format.strAccount, "It has none: all lines are this account's")
+        .Type("ACCOUNT")
+        .Excludes(system);
+    command.Option("--unit", asked->vecUnits, "Timers to import; without it all that are enabled").Type("TIMER");
+    command.Option("--unit-dir", asked->vecUnitFolders, "Read units here, and not in the usual folders")
+        .Type("DIR")
+        .ExistingFolder();
+    command.Option("--package", asked->strPackage, "Into the folder of a package with an account of its own")
+        .Type("PACKAGE");
+    command.Option("--prefix", asked->options.strPrefix, "Begin the jobs' names with this").Type("TEXT");
+    command.Flag("--disabled", asked->options.bDisabled, "Let the jobs be known, but not started yet");
+    command.Flag("--replace", asked->options.bReplace, "Put them in the place of other jobs of their names");
+    command.Flag("--skip-inexpressible", asked->bSkip, "Leave out what cannot be expressed");
+    command.Flag("--dry-run", asked->bDryRun, "Store nothing, tell what would be");
 }
 
 } // namespace VUKO::VUKOCrond::Ctl

@@ -172,14 +172,14 @@ ExitStatus Run(const Asked& asked, const Common& common) {
 
 void AddList(CLI::App& app, Common& common) {
     const auto asked = std::make_shared<Asked>();
-    CLI::App* const pCommand = AddCommand(app, common, "list", "Show the jobs, when they start next and how they ended",
-                                          [asked, &common] { return Run(*asked, common); });
-    pCommand->add_option("JOB", asked->vecPatterns, "Only jobs whose identity or name is that, or fits it (* ? [])");
-    pCommand->add_option("--state", asked->vecStates, "Only jobs in one of these states; failed: at their last run")
-        ->type_name("STATE,...")
-        ->delimiter(',')
-        ->check(CLI::IsMember({"waiting", "running", "pending", "disabled", "invalid", "failed"}).description(""));
-    pCommand->add_flag("-l,--full", asked->bFull, "Show every column, and cut nothing");
+    const Command command = AddCommand(app, common, "list", "Show the jobs, when they start next and how they ended",
+                                       [asked, &common] { return Run(*asked, common); });
+    command.Option("JOB", asked->vecPatterns, "Only jobs whose identity or name is that, or fits it (* ? [])");
+    command.Option("--state", asked->vecStates, "Only jobs in one of these states; failed: at their last run")
+        .Type("STATE,...")
+        .SplitAt(',')
+        .OneOf({"waiting", "running", "pending", "disabled", "invalid", "failed"});
+    command.Flag("-l,--full", asked->bFull, "Show every column, and cut nothing");
 }
 
 } // namespace VUKO::VUKOCrond::Ctl

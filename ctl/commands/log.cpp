@@ -24,7 +24,7 @@ struct Asked {
     std::string strJob;
     bool bFollow = false;
     bool bOutput = false;
-    unsigned uLines = 0; ///< 0: all, or where it is followed the last few
+    std::size_t uLines = 0; ///< 0: all, or where it is followed the last few
 };
 
 constexpr unsigned LINES_BEFORE_FOLLOWING = 10;
@@ -196,15 +196,12 @@ ExitStatus Run(const Asked& asked, const Common& common) {
 
 void AddLog(CLI::App& app, Common& common) {
     const auto asked = std::make_shared<Asked>();
-    CLI::App* const pCommand = AddCommand(app, common, "log", "Show the execution log, or what a job has printed",
-                                          [asked, &common] { return Run(*asked, common); });
-    pCommand->add_option("JOB", asked->strJob, "Only its lines: its name, or FOLDER/NAME, or FOLDER/PACKAGE/NAME");
-    pCommand->add_flag("-f,--follow", asked->bFollow, "Go on with what comes, until interrupted");
-    pCommand->add_option("-n,--lines", asked->uLines, "The last so many lines (all; with -f, 10)")
-        ->type_name("N")
-        ->check(CLI::PositiveNumber.description(""));
-    pCommand->add_flag("-o,--output", asked->bOutput,
-                       "Show the job's own output instead, from its file or the journal");
+    const Command command = AddCommand(app, common, "log", "Show the execution log, or what a job has printed",
+                                       [asked, &common] { return Run(*asked, common); });
+    command.Option("JOB", asked->strJob, "Only its lines: its name, or FOLDER/NAME, or FOLDER/PACKAGE/NAME");
+    command.Flag("-f,--follow", asked->bFollow, "Go on with what comes, until interrupted");
+    command.Option("-n,--lines", asked->uLines, "The last so many lines (all; with -f, 10)").Type("N").Positive();
+    command.Flag("-o,--output", asked->bOutput, "Show the job's own output instead, from its file or the journal");
 }
 
 } // namespace VUKO::VUKOCrond::Ctl

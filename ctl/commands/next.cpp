@@ -108,21 +108,19 @@ ExitStatus Run(const Asked& asked, const Common& common) {
 
 void AddNext(CLI::App& app, Common& common) {
     const auto asked = std::make_shared<Asked>();
-    CLI::App* const pCommand =
+    const Command command =
         AddCommand(app, common, "next", "Show when jobs start next", [asked, &common] { return Run(*asked, common); });
-    CLI::Option* const pJob = pCommand->add_option("JOB", asked->strJob, "Installed job; without one, all of them");
-    CLI::Option* const pCrontab = pCommand->add_option("--crontab", asked->strCrontab, "Five fields, in one argument")
-                                      ->type_name("\"M H D M W\"");
-    CLI::Option* const pFile =
-        pCommand->add_option("--file", asked->strFile, "Definition file, - for standard input")->type_name("FILE");
-    pJob->excludes(pCrontab)->excludes(pFile);
-    pCrontab->excludes(pFile);
-    pCommand->add_option("-n", asked->uCount, "How many starts of each job (1)")
-        ->type_name("N")
-        ->check(CLI::Range(1, 100000).description(""));
-    pCommand->add_option("--from", asked->strFrom, "Starts after TIME: @EPOCH or local YYYY-MM-DDTHH:MM[:SS] (now)")
-        ->type_name("TIME");
-    AddClockOptions(*pCommand, asked->strZone, asked->ePolicy);
+    const CommandOption job = command.Option("JOB", asked->strJob, "Installed job; without one, all of them");
+    const CommandOption crontab =
+        command.Option("--crontab", asked->strCrontab, "Five fields, in one argument").Type("\"M H D M W\"");
+    const CommandOption file =
+        command.Option("--file", asked->strFile, "Definition file, - for standard input").Type("FILE");
+    job.Excludes(crontab).Excludes(file);
+    crontab.Excludes(file);
+    command.Option("-n", asked->uCount, "How many starts of each job (1)").Type("N").Within(1, 100000);
+    command.Option("--from", asked->strFrom, "Starts after TIME: @EPOCH or local YYYY-MM-DDTHH:MM[:SS] (now)")
+        .Type("TIME");
+    command.ClockOptions(asked->strZone, asked->ePolicy);
 }
 
 } // namespace VUKO::VUKOCrond::Ctl

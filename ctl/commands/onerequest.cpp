@@ -113,28 +113,27 @@ void AddOneRequestCommands(CLI::App& app, Common& common) {
     const auto strJob = std::make_shared<std::string>();
     AddCommand(app, common, "reroll", "Draw the random values of a job anew",
                [strJob, &common] { return Reroll(common, *strJob); })
-        ->add_option("JOB", *strJob, "Its name, or FOLDER/NAME, or FOLDER/PACKAGE/NAME")
-        ->required();
+        .Option("JOB", *strJob, "Its name, or FOLDER/NAME, or FOLDER/PACKAGE/NAME")
+        .Required();
 
     const auto strRole = std::make_shared<std::string>();
     AddCommand(app, common, "role", "Show the role of this machine, or set it",
                [strRole, &common] { return Role(common, *strRole); })
-        ->add_option("ROLE", *strRole, "active or passive")
-        ->check(CLI::IsMember({"active", "passive"}).description(""));
+        .Option("ROLE", *strRole, "active or passive")
+        .OneOf({"active", "passive"});
 
     const auto strWhat = std::make_shared<std::string>("show");
     const auto seconds = std::make_shared<std::optional<int>>();
-    CLI::App* const pTemplate =
+    const Command command =
         AddCommand(app, common, "template", "Show the schedule template, draw it anew, or set its delay",
                    [strWhat, seconds, &common] { return Template(common, *strWhat, *seconds); });
-    pTemplate->add_option("WHAT", *strWhat, "show, reroll or set-delay")
-        ->check(CLI::IsMember({"show", "reroll", "set-delay"}).description(""));
-    pTemplate->add_option("SECONDS", *seconds, "for set-delay");
+    command.Option("WHAT", *strWhat, "show, reroll or set-delay").OneOf({"show", "reroll", "set-delay"});
+    command.Option("SECONDS", *seconds, "for set-delay");
 
     const auto bOff = std::make_shared<bool>(false);
     AddCommand(app, common, "drain", "Start no jobs any more, until the service is started again or --off is given",
                [bOff, &common] { return Drain(common, *bOff); })
-        ->add_flag("--off", *bOff, "Start jobs again");
+        .Flag("--off", *bOff, "Start jobs again");
 }
 
 } // namespace VUKO::VUKOCrond::Ctl

@@ -38,8 +38,8 @@ ExitStatus Run(const std::vector<std::string>& vecNames, const Common& common) {
 void AddRemove(CLI::App& app, Common& common) {
     const auto vecNames = std::make_shared<std::vector<std::string>>();
     AddCommand(app, common, "remove", "Take jobs away", [vecNames, &common] { return Run(*vecNames, common); })
-        ->add_option("JOB", *vecNames, "Its name, or FOLDER/NAME, or FOLDER/PACKAGE/NAME")
-        ->required();
+        .Option("JOB", *vecNames, "Its name, or FOLDER/NAME, or FOLDER/PACKAGE/NAME")
+        .Required();
 }
 
 } // namespace VUKO::VUKOCrond::Ctl

@@ -64,11 +64,11 @@ ExitStatus Awaited(const std::string& strJob, const Common& common) {
 
 void AddRun(CLI::App& app, Common& common) {
     const auto asked = std::make_shared<Asked>();
-    CLI::App* const pCommand = AddCommand(app, common, "run", "Start a job now", [asked, &common] {
+    const Command command = AddCommand(app, common, "run", "Start a job now", [asked, &common] {
         return asked->bWait ? Awaited(asked->strJob, common) : Started(asked->strJob, common);
     });
-    pCommand->add_option("JOB", asked->strJob, "Its name, or FOLDER/NAME, or FOLDER/PACKAGE/NAME")->required();
-    pCommand->add_flag("--wait", asked->bWait, "Wait for its end, and end with its status");
+    command.Option("JOB", asked->strJob, "Its name, or FOLDER/NAME, or FOLDER/PACKAGE/NAME").Required();
+    command.Flag("--wait", asked->bWait, "Wait for its end, and end with its status");
 }
 
 } // namespace VUKO::VUKOCrond::Ctl

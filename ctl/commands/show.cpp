@@ -132,11 +132,11 @@ ExitStatus Run(const Asked& asked, const Common& common) {
 
 void AddShow(CLI::App& app, Common& common) {
     const auto asked = std::make_shared<Asked>();
-    CLI::App* const pCommand =
+    const Command command =
         AddCommand(app, common, "show", "Show everything about jobs", [asked, &common] { return Run(*asked, common); });
-    pCommand->add_option("JOB", asked->vecJobs, "Its name, or FOLDER/NAME, or FOLDER/PACKAGE/NAME")->required();
-    pCommand->add_flag("--effective", asked->bEffective,
-                       "Show its account, groups, directory, environment and limits, too, were it started now");
+    command.Option("JOB", asked->vecJobs, "Its name, or FOLDER/NAME, or FOLDER/PACKAGE/NAME").Required();
+    command.Flag("--effective", asked->bEffective,
+                 "Show its account, groups, directory, environment and limits, too, were it started now");
 }
 
 } // namespace VUKO::VUKOCrond::Ctl

@@ -173,17 +173,17 @@ ExitStatus Run(const Asked& asked, const Common& common) {
 
 void AddSimulate(CLI::App& app, Common& common) {
     const auto asked = std::make_shared<Asked>();
-    CLI::App* const pCommand =
+    const Command command =
         AddCommand(app, common, "simulate", "Show what the service would do, on a virtual clock, starting nothing",
                    [asked, &common] { return Run(*asked, common); });
-    pCommand->add_option("--from", asked->strFrom, "First instant: @EPOCH or local YYYY-MM-DDTHH:MM[:SS]")
-        ->type_name("TIME")
-        ->required();
-    pCommand->add_option("--to", asked->strTo, "Last instant")->type_name("TIME")->required();
-    AddClockOptions(*pCommand, asked->strZone, asked->ePolicy);
-    pCommand->add_option("--events", asked->strEvents, "What happens to the machine meanwhile")->type_name("FILE");
-    AddMaxDelayOption(*pCommand, asked->iMaxDelay);
-    pCommand->add_option("FILE", asked->vecFiles, "Definition files (the installed jobs)");
+    command.Option("--from", asked->strFrom, "First instant: @EPOCH or local YYYY-MM-DDTHH:MM[:SS]")
+        .Type("TIME")
+        .Required();
+    command.Option("--to", asked->strTo, "Last instant").Type("TIME").Required();
+    command.ClockOptions(asked->strZone, asked->ePolicy);
+    command.Option("--events", asked->strEvents, "What happens to the machine meanwhile").Type("FILE");
+    command.MaxDelayOption(asked->iMaxDelay);
+    command.Option("FILE", asked->vecFiles, "Definition files (the installed jobs)");
 }
 
 } // namespace VUKO::VUKOCrond::Ctl

@@ -38,9 +38,9 @@ struct Asked {
     std::vector<std::string> vecDurations;
     std::vector<std::string> vecFiles;
     ClockPolicy ePolicy = ClockPolicy::CatchUp;
-    const CLI::Option* pPolicy = nullptr; ///< tells whether it was given
+    CommandOption policy; ///< tells whether it was given
     int iMaxDelay = MAX_DELAY_BETWEEN_JOBS;
-    const CLI::Option* pMaxDelay = nullptr;
+    CommandOption maxDelay;
 };
 
 /// "JOB=SECONDS"; a job's name may hold the sign as well.
@@ -73,10 +73,10 @@ void TakeFromService(TimelineSpan& span, const Asked& asked, const std::string& 
     const Json::Value jsStatus = asked.strZone.empty() ? StatusInItsZone(client) : client.Ask("status");
     span.bPassive = jsStatus["role"] == "passive";
     span.bDraining = jsStatus["draining"].asBool();
-    if (asked.pPolicy->count() == 0) {
+    if (!asked.policy.IsGiven()) {
         span.ePolicy = ClockPolicyOf(jsStatus["policy"].asString()).value_or(span.ePolicy);
     }
-    if (asked.pMaxDelay->count() == 0) {
+    if (!asked.maxDelay.IsGiven()) {
         span.iMaxDelay = client.Ask("template")["maxDelay"].asInt();
     }
 }
@@ -125,20 +125,17 @@ ExitStatus Run(const Asked& asked, const Common& common) {
 
 void AddTimeline(CLI::App& app, Common& common) {
     const auto asked = std::make_shared<Asked>();
-    CLI::App* const pCommand = AddCommand(app, common, "timeline", "Draw when everything runs, and what meets",
-                                          [asked, &common] { return Run(*asked, common); });
-    pCommand->add_option("--hours", asked->iHours, "Length of the time that is shown (24)")
-        ->type_name("N")
-        ->check(CLI::Range(1, HOURS_MAX).description(""));
-    pCommand->add_option("--from", asked->strFrom, "First instant: @EPOCH or local YYYY-MM-DDTHH:MM[:SS] (now)")
-        ->type_name("TIME");
-    asked->pPolicy = AddClockOptions(*pCommand, asked->strZone, asked->ePolicy);
-    asked->pMaxDelay = AddMaxDelayOption(*pCommand, asked->iMaxDelay);
-    pCommand->add_option("--svg", asked->strSvg, "Draw it as SVG into FILE, - for standard output")->type_name("FILE");
-    pCommand->add_option("--duration", asked->vecDurations, "Seconds of a run, instead of its last one's")
-        ->type_name("JOB=SECONDS")
-        ->allow_extra_args(false);
-    pCommand->add_option("FILE", asked->vecFiles, "Definition files (the installed jobs)");
+    const Command command = AddCommand(app, common, "timeline", "Draw when everything runs, and what meets",
+                                       [asked, &common] { return Run(*asked, common); });
+    command.Option("--hours", asked->iHours, "Length of the time that is shown (24)").Type("N").Within(1, HOURS_MAX);
+    command.Option("--from", asked->strFrom, "First instant: @EPOCH or local YYYY-MM-DDTHH:MM[:SS] (now)").Type("TIME");
+    asked->policy = command.ClockOptions(asked->strZone, asked->ePolicy);
+    asked->maxDelay = command.MaxDelayOption(asked->iMaxDelay);
+    command.Option("--svg", asked->strSvg, "Draw it as SVG into FILE, - for standard output").Type("FILE");
+    command.Option("--duration", asked->vecDurations, "Seconds of a run, instead of its last one's")
+        .Type("JOB=SECONDS")
+        .OneValueEach();
+    command.Option("FILE", asked->vecFiles, "Definition files (the installed jobs)");
 }
 
 } // namespace VUKO::VUKOCrond::Ctl

@@ -84,11 +84,11 @@ ExitStatus Run(const Asked& asked, const Common& common) {
 
 void AddWhy(CLI::App& app, Common& common) {
     const auto asked = std::make_shared<Asked>();
-    CLI::App* const pCommand = AddCommand(app, common, "why", "Tell why a job ran or did not run at a minute",
-                                          [asked, &common] { return Run(*asked, common); });
-    pCommand->add_option("JOB", asked->strJob, "Its name, or FOLDER/NAME, or FOLDER/PACKAGE/NAME")->required();
-    pCommand->add_option("--at", asked->strAt, "Minute: @EPOCH or local YYYY-MM-DDTHH:MM (the last one told of)")
-        ->type_name("TIME");
+    const Command command = AddCommand(app, common, "why", "Tell why a job ran or did not run at a minute",
+                                       [asked, &common] { return Run(*asked, common); });
+    command.Option("JOB", asked->strJob, "Its name, or FOLDER/NAME, or FOLDER/PACKAGE/NAME").Required();
+    command.Option("--at", asked->strAt, "Minute: @EPOCH or local YYYY-MM-DDTHH:MM (the last one told of)")
+        .Type("TIME");
 }
 
 } // namespace VUKO::VUKOCrond::Ctl
