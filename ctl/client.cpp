@@ -6,9 +6,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <map>
 #include <memory>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -62,8 +64,21 @@ Client::~Client() {
 }
 
 Json::Value Client::Ask(const std::string& strVerb, Json::Value jsMembers) {
-    Send(strVerb, std::move(jsMembers));
-    return Receive();
+    // A service that is asked too much in a second lets its asker rest, and what is about many jobs is many requests.
+    // The others of the same account may go on asking, so there is an end to it.
+    constexpr int ATTEMPTS = 100;
+    constexpr std::chrono::milliseconds REST{100};
+    for (int iAttempt = 1;; ++iAttempt) {
+        try {
+            Send(strVerb, jsMembers);
+            return Receive();
+        } catch (const ToolError& error) {
+            if (error.Code() != Protocol::CODE_RATE || iAttempt == ATTEMPTS) {
+                throw;
+            }
+        }
+        std::this_thread::sleep_for(REST);
+    }
 }
 
 void Client::SetPatience(int iSeconds) {

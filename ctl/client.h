@@ -15,7 +15,8 @@ public:
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;
 
-    /// Asks for a verb; further members of the request are in `jsMembers`.
+    /// Asks for a verb; further members of the request are in `jsMembers`. Where that is too much for a second, it is
+    /// asked again a little later.
     ///
     /// @return the result. @throws ToolError with the status that belongs to the service's error code, or
     ///         EXIT_UNREACHABLE.

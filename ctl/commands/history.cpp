@@ -31,7 +31,8 @@ struct Entry {
     std::int64_t Decided() const { return jsOutcome["decided"].asInt64(); }
 };
 
-/// The ledger of a job, newest first, as far as it is asked for. Times are of the zone that is in use.
+/// The ledger of a job, named by its identity, newest first, as far as it is asked for. Times are of the zone that is
+/// in use.
 Json::Value HistoryOf(Client& client, const std::string& strJob, const Asked& asked) {
     Json::Value jsHistory(Json::objectValue);
     jsHistory["outcomes"] = Json::Value(Json::arrayValue);
@@ -44,7 +45,7 @@ Json::Value HistoryOf(Client& client, const std::string& strJob, const Asked& as
             jsHistory["outcomes"].append(jsOutcome);
         }
     }
-    jsHistory["job"] = client.Ask("show", Naming(strJob))["id"];
+    jsHistory["job"] = strJob;
     return jsHistory;
 }
 
@@ -159,7 +160,8 @@ ExitStatus Run(const Asked& asked, const Common& common) {
     Json::Value jsResult(Json::objectValue);
     jsResult["jobs"] = Json::Value(Json::arrayValue);
     if (!asked.strJob.empty()) {
-        jsResult["jobs"].append(HistoryOf(client, asked.strJob, asked));
+        const std::string strId = client.Ask("show", Naming(asked.strJob))["id"].asString();
+        jsResult["jobs"].append(HistoryOf(client, strId, asked));
     } else {
         for (const Json::Value& jsJob : client.AskAll("list")) {
             jsResult["jobs"].append(HistoryOf(client, jsJob["id"].asString(), asked));

@@ -19,8 +19,11 @@ def page(items):
 
 
 class FakeService:
-    def __init__(self, told):
+    def __init__(self, told, too_often=()):
+        """too_often: the numbers of the requests that come too soon after others"""
         self.told = told
+        self.too_often = too_often
+        self.requests = 0
 
     def __enter__(self):
         self.folder = tempfile.TemporaryDirectory()
@@ -51,6 +54,9 @@ class FakeService:
 
     def reply(self, request):
         verb, job = request["verb"], request.get("job")
+        self.requests += 1
+        if self.requests in self.too_often:
+            return {"version": 1, "id": None, "ok": False, "error": {"code": "rate", "message": "too many requests"}}
         if job is None:
             told = self.told.get(verb)
             return {"version": 1, "ok": True, "result": page(told) if isinstance(told, list) else told}

@@ -193,6 +193,15 @@ class Lists(unittest.TestCase):
                 done = tool(root, "next", "--json", env={**os.environ, "TZ": "Pacific/Apia"})
                 self.assertEqual(json.loads(done.stdout)["jobs"][0]["next"][0]["local"][11:16], "23:30", status)
 
+    def test_asking_too_often_is_waited_out(self):
+        many = [job(f"pkg/job-{number}") for number in range(3)]
+        history = {one["id"]: RUNS for one in many}
+        for arguments, told in ((["next"], 3), (["history"], 3 * len(RUNS))):
+            with fakeservice.FakeService(world(many, history=history), too_often=(1, 4, 5)) as root:
+                done = tool(root, *arguments)
+            self.assertEqual((done.returncode, done.stderr), (0, ""))
+            self.assertEqual(done.stdout.count("pkg/job-"), told)
+
     def test_history_as_much_as_is_asked_for(self):
         with fakeservice.FakeService(world(JOBS, history={"builtin-dyn/backup": RUNS + [SKIP]})) as root:
             for arguments, count in [([], 5), (["-n", "2"], 2), (["--since", f"@{NOW - 3600}"], 2),
