@@ -13,7 +13,7 @@ all:
 demo: all
 	demo/run build/release/bin
 
-# Every test once: with the sanitizers where they can look on, and in a plain build where they cannot (systemd, valgrind,
+# Every test once: with the sanitizers, and in a plain build the control tool and what they cannot do (systemd, valgrind,
 # libfaketime, the installed tree). "make test-dev" runs all of them in a plain build.
 test: test-fuzz test-asan test-plain
 
