@@ -28,9 +28,10 @@ class Packages(MachineTest):
         self.before = self.files()
 
     def files(self):
-        """All that is named after the product, outside of what the service manager keeps for the boot."""
+        """All that is named after the product, outside of what the service manager keeps for the boot. A disk that has not
+        been looked at for long takes its time."""
         return set(self.machine.run("find", "/etc", "/run", "/tmp", "/usr", "/var", "-xdev", "-path", "/run/systemd", "-prune",
-                                    "-o", "-path", "*vuko*", "-print").stdout.splitlines())
+                                    "-o", "-path", "*vuko*", "-print", patience=200).stdout.splitlines())
 
     def install(self, folder):
         self.machine.run("sh", "-c", f"dpkg --install {folder}/*.deb")
