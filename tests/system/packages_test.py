@@ -2,6 +2,7 @@
 
 import json
 import os
+import shutil
 import re
 
 from control import Control
@@ -119,7 +120,8 @@ class Packages(MachineTest):
 
     def assert_programs_can_be_built(self):
         """With the CMake package; and pkg-config knows the libraries."""
-        self.machine.run("cmake", "-S", CONSUMER, "-B", "/root/build")
+        shutil.copytree(CONSUMER, f"/proc/{self.machine.pid}/root/root/consumer")  # it has a /tmp of its own
+        self.machine.run("cmake", "-S", "/root/consumer", "-B", "/root/build")
         self.machine.run("cmake", "--build", "/root/build", "--target", "platform_consumer", patience=120)
         self.assertEqual(self.machine.run("/root/build/platform_consumer").stdout, "2 pieces, a folder\n")
         self.assertIn("-lvukocrond", self.machine.run("pkg-config", "--libs", "vukocrond").stdout)
