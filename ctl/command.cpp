@@ -13,7 +13,24 @@ CLI::Validator Wordless(CLI::Validator validator) {
     return validator.description("");
 }
 
+/// Behind a word that the parser would take apart.
+constexpr char MARK = '\x1f';
+
+CLI::Option* Unmarked(CLI::Option* pOption) {
+    const auto unmark = [](std::string& strValue) {
+        if (!strValue.empty() && strValue.back() == MARK) {
+            strValue.pop_back();
+        }
+        return std::string();
+    };
+    return pOption->transform(CLI::Validator(unmark, std::string()));
+}
+
 } // namespace
+
+std::string Marked(const std::string& strWord) {
+    return strWord.starts_with('[') && strWord.ends_with(']') ? strWord + MARK : strWord;
+}
 
 CommandOption CommandOption::Type(const std::string& strName) const {
     _pOption->type_name(strName);
@@ -69,7 +86,7 @@ std::string CommandOption::Name() const {
 }
 
 CommandOption Command::Option(const std::string& strName, std::string& strValue, const std::string& strHelp) const {
-    return CommandOption(_pApp->add_option(strName, strValue, strHelp));
+    return CommandOption(Unmarked(_pApp->add_option(strName, strValue, strHelp)));
 }
 
 CommandOption Command::Option(const std::string& strName, int& iValue, const std::string& strHelp) const {
@@ -86,12 +103,12 @@ CommandOption Command::Option(const std::string& strName, std::size_t& uValue, c
 
 CommandOption Command::Option(const std::string& strName, std::optional<std::string>& value,
                               const std::string& strHelp) const {
-    return CommandOption(_pApp->add_option(strName, value, strHelp));
+    return CommandOption(Unmarked(_pApp->add_option(strName, value, strHelp)));
 }
 
 CommandOption Command::Option(const std::string& strName, std::vector<std::string>& vecValues,
                               const std::string& strHelp) const {
-    return CommandOption(_pApp->add_option(strName, vecValues, strHelp));
+    return CommandOption(Unmarked(_pApp->add_option(strName, vecValues, strHelp)));
 }
 
 CommandOption Command::Flag(const std::string& strName, bool& bValue, const std::string& strHelp) const {

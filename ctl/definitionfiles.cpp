@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <set>
+#include <utility>
 
 #include "crond/cronjob.h"
 #include "ctl/toolerror.h"
@@ -92,6 +94,9 @@ std::string ReadText(const FileName& file) {
     // Not by the name once more than this: in a package's folder it may mean something else the next moment.
     const UniqueFd fd(open(file.Path().c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     struct stat stFile = {};
+    if (!fd && errno == ELOOP) {
+        throw ToolError(EXIT_WRONG, file.Path() + " is a link: it can be removed, not edited");
+    }
     if (!fd || fstat(fd.Get(), &stFile) != 0) {
         throw ToolError(errno == EACCES ? EXIT_DENIED : EXIT_WRONG,
                         file.Path() + " cannot be read: " + std::string(strerror(errno)));
@@ -117,11 +122,18 @@ std::optional<Found> DefinedJobs::FindRefused(const JobId& id) const {
     return IsRefused(file) ? std::optional<Found>({id, file, std::nullopt}) : std::nullopt;
 }
 
+std::string DefinedJobs::WhyRefused(const FileName& file) const {
+    const std::string strPath = file.Path();
+    const auto itRefusal = std::find_if(_scan.vecRefusals.begin(), _scan.vecRefusals.end(),
+                                        [&](const Refusal& refusal) { return refusal.strFile == strPath; });
+    return itRefusal != _scan.vecRefusals.end() ? itRefusal->strText : std::string();
+}
+
 bool DefinedJobs::IsRefused(const FileName& file) const {
     const std::string strPath = file.Path();
-    const auto isOf = [&](const auto& one) { return one.strFile == strPath; };
-    return std::any_of(_scan.vecRefusals.begin(), _scan.vecRefusals.end(), isOf) &&
-           std::none_of(_scan.vecDefinitions.begin(), _scan.vecDefinitions.end(), isOf);
+    return !WhyRefused(file).empty() &&
+           std::none_of(_scan.vecDefinitions.begin(), _scan.vecDefinitions.end(),
+                        [&](const Definition& definition) { return definition.strFile == strPath; });
 }
 
 std::vector<Found> DefinedJobs::FindAll(const JobId& id) const {
@@ -173,6 +185,19 @@ Found DefinedJobs::Find(const std::string& strJob) const {
         throw ToolError(EXIT_BAD_USAGE, "several jobs are named " + Quoted(strJob) + ": " + Names(vecFound));
     }
     return vecFound.front();
+}
+
+std::vector<Found> DefinedJobs::FindToChange(const std::vector<std::string>& vecNames) const {
+    std::vector<Found> vecFound;
+    std::set<JobId> setTaken;
+    for (const std::string& strName : vecNames) {
+        Found found = Find(strName);
+        RequireWritable(PlaceOf(found.id), ToText(found.id));
+        if (setTaken.insert(found.id).second) {
+            vecFound.push_back(std::move(found));
+        }
+    }
+    return vecFound;
 }
 
 std::vector<std::string> DefinedJobs::NewRefusals(const DefinedJobs& former, const FileName& file) const {

@@ -59,12 +59,16 @@ public:
     /// @throws ToolError where there is none, or several.
     Found Find(const std::string& strJob) const;
     std::optional<Found> Find(const Service::JobId& id) const;
+    /// The same for several, each of them once, all of which the caller may change. @throws ToolError
+    std::vector<Found> FindToChange(const std::vector<std::string>& vecNames) const;
     /// All files that define the job, the first of which counts.
     std::vector<Found> FindAll(const Service::JobId& id) const;
 
     /// What is refused of a file and was not in `former`, or of its folder: a package that has too much.
     std::vector<std::string> NewRefusals(const DefinedJobs& former, const FileName& file) const;
     bool IsRefused(const FileName& file) const;
+    /// The first thing that the service has against a file, which begins with its path; empty where it has nothing.
+    std::string WhyRefused(const FileName& file) const;
 
 private:
     std::optional<Found> FindRefused(const Service::JobId& id) const;

@@ -72,7 +72,9 @@ Draft::~Draft() {
 
 void Draft::Edit() const {
     const std::string strEditor = Editor();
-    const int iStatus = std::system((strEditor + " " + QuotedForShell(_strPath)).c_str());
+    // What goes to a pipe is the tool's own; the terminal is still there.
+    const char* const szOutput = isatty(STDOUT_FILENO) == 0 ? " >&2" : "";
+    const int iStatus = std::system((strEditor + " " + QuotedForShell(_strPath) + szOutput).c_str());
     if (iStatus != 0) {
         const std::string strEnd = WIFEXITED(iStatus) ? "exit " + std::to_string(WEXITSTATUS(iStatus))
                                                       : "signal " + std::to_string(WTERMSIG(iStatus));
@@ -80,9 +82,9 @@ void Draft::Edit() const {
     }
 }
 
-std::string Draft::Keep() {
+const std::string& Draft::Keep() {
     _bKept = true;
-    return "the draft is " + _strPath;
+    return _strPath;
 }
 
 } // namespace VUKO::VUKOCrond::Ctl

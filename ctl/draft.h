@@ -18,8 +18,8 @@ public:
     ///
     /// @throws ToolError where there is no editor, or it fails.
     void Edit() const;
-    /// Leaves the file to the user. @return where it is, for a message.
-    std::string Keep();
+    /// Leaves the file to the user. @return where it is.
+    const std::string& Keep();
 
 private:
     std::string _strFolder;

@@ -18,12 +18,16 @@
 #include "crond/pkgconfigmanager.h"
 #include "ctl/actas.h"
 #include "ctl/toolerror.h"
+#include "platform/vlibc.h"
+#include "platform/vukosdk.h"
 #include "service/definitions/definitionreason.h"
 #include "service/uniquefd.h"
 
 namespace VUKO::VUKOCrond::Ctl {
 
 namespace {
+
+constexpr mode_t FOLDER_MODE = 0755;
 
 /// Whose rights are enough: a package's own for what is its own. What is somebody else's there, nobody but root can put
 /// another file in the place of, and hand its owner on.
@@ -80,6 +84,17 @@ ToolError Failure(const FileName& file, bool bRemoved, int iErrno) {
     return ToolError(iErrno == EACCES || iErrno == EPERM ? EXIT_DENIED : EXIT_WRONG,
                      file.Path() + (bRemoved ? " cannot be removed: " : " cannot be written: ") + strerror(iErrno) +
                          strHint);
+}
+
+/// The library makes a folder that is missing for root alone, and what is missing above it too: nobody else would come
+/// through to the folders of packages.
+void MakeFolders(const std::set<Place>& setPlaces) {
+    for (const Place& place : setPlaces) {
+        if (!place.IsOfPackageAccount() && VLIBCFileCheckDir(place.Path().c_str()) == 0) {
+            (void)VUKOFSMkdirP(place.Path().c_str(), 0, 1, geteuid(), getegid(),
+                               FOLDER_MODE); // the write tells why not
+        }
+    }
 }
 
 /// Changes that several tools make at a time are made one after the other: each looks at what is there and writes what
@@ -222,6 +237,7 @@ void FileChanges::Commit() {
     for (const auto& [file, change] : _mapChanges) {
         setPlaces.insert(file.place);
     }
+    MakeFolders(setPlaces);
     const FolderLocks locks(setPlaces);
     const SignalsPutOff signalsPutOff;
     RequireUnchanged();

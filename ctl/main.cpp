@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <filesystem>
 #include <iostream>
+#include <iterator>
+#include <string>
+#include <vector>
 
 #include "ctl/command.h"
 #include "ctl/completion.h"
@@ -22,6 +25,15 @@ std::string Complaint(const CLI::App* pApp, const CLI::Error& error) {
     return pApp->get_name() + ": " + error.what() + "\nTry '" + pApp->get_name() + " --help' for more information.\n";
 }
 
+/// The first word that is neither an option of the tool nor the value of one: which command is asked for.
+char** FindCommand(char** aFirst, char** aEnd) {
+    while (aFirst != aEnd && **aFirst == '-') {
+        const bool bHasValue = *aFirst == std::string("--root") && aFirst + 1 != aEnd;
+        aFirst += bHasValue ? 2 : 1;
+    }
+    return aFirst;
+}
+
 /// The command of `add` is taken off before anything is parsed: the parser would take "[a,b]" apart, and end at "++".
 /// @return how many arguments are left.
 int TakeCommand(int iCount, char** aArguments, std::vector<std::string>& vecCommand) {
@@ -29,11 +41,21 @@ int TakeCommand(int iCount, char** aArguments, std::vector<std::string>& vecComm
     char** const aDashes = std::find(aArguments, aEnd, std::string("--"));
     const bool bCompletes =
         iCount > 1 && aArguments[1] == std::string(COMPLETE); // what is asked then is the line as it is
-    if (bCompletes || aDashes == aEnd || std::find(aArguments, aDashes, std::string("add")) == aDashes) {
+    char** const aCommand = iCount > 1 ? FindCommand(aArguments + 1, aEnd) : aEnd;
+    if (bCompletes || aDashes == aEnd || aCommand >= aDashes || *aCommand != std::string("add")) {
         return iCount;
     }
     vecCommand.assign(aDashes + 1, aEnd);
     return static_cast<int>(aDashes - aArguments);
+}
+
+/// The words of a command line, the last one first.
+std::vector<std::string> WordsForParser(char** aFirst, char** aEnd) {
+    char** const aCommand = FindCommand(aFirst, aEnd);
+    std::vector<std::string> vecWords(aFirst, aCommand);
+    std::transform(aCommand, aEnd, std::back_inserter(vecWords), Marked);
+    std::reverse(vecWords.begin(), vecWords.end());
+    return vecWords;
 }
 
 ExitStatus Work(int iCount, char** aArguments) {
@@ -60,7 +82,7 @@ ExitStatus Work(int iCount, char** aArguments) {
         return Complete(app, {aArguments + 2, aArguments + iCount}, std::cout);
     }
     try {
-        app.parse(iCount, aArguments);
+        app.parse(WordsForParser(aArguments + 1, aArguments + std::max(iCount, 1)));
         if (app.get_subcommands().empty()) {
             throw CLI::RequiredError("A command");
         }

@@ -93,6 +93,26 @@ bool MayChangeSystem() {
     return geteuid() == 0 || (stat(SZF_CRON_FOLDER_BUILT_IN_DYN, &stFolder) == 0 && stFolder.st_uid == geteuid());
 }
 
+Place PlaceForNew(const std::string& strPackage) {
+    if (!strPackage.empty()) {
+        return {SZK_CRON_FOLDER_PKG_NONROOT, strPackage};
+    }
+    if (MayChangeSystem()) {
+        return {SZK_CRON_FOLDER_BUILT_IN_DYN, ""};
+    }
+    const std::vector<std::string> vecOwn = OwnPackages();
+    if (vecOwn.size() > 1) {
+        throw ToolError(EXIT_BAD_USAGE, "this account owns the packages " + vecOwn[0] + ", " + vecOwn[1] +
+                                            (vecOwn.size() > 2 ? ", ..." : "") + ": say which by --package");
+    }
+    if (vecOwn.empty()) {
+        throw ToolError(EXIT_DENIED, std::string("only root may add a job of the system (try sudo), and this account "
+                                                 "owns no package's folder in ") +
+                                         SZF_CRON_FOLDER_PKG_NONROOT);
+    }
+    return {SZK_CRON_FOLDER_PKG_NONROOT, vecOwn.front()};
+}
+
 void RequireWritable(const Place& place, const std::string& strWhat) {
     if (place.strFolder == SZK_CRON_FOLDER_BUILT_IN) {
         throw ToolError(EXIT_WRONG, strWhat +

@@ -39,6 +39,12 @@ std::vector<std::string> OwnPackages();
 /// folder of his own.
 bool MayChangeSystem();
 
+/// Where new jobs belong: into a package's sub-folder where one is named, else root's to the system, and another
+/// account's to the package whose sub-folder it owns.
+///
+/// @throws ToolError where it owns none, or several.
+Place PlaceForNew(const std::string& strPackage);
+
 /// Makes sure that the caller is one who may change definitions there, as far as that can be told before.
 ///
 /// @param strWhat  what is to be changed, for the message. @throws ToolError

@@ -30,26 +30,6 @@ struct Asked {
     throw ToolError(EXIT_BAD_USAGE, "add: " + strMessage);
 }
 
-Place PlaceAskedFor(const Asked& asked) {
-    if (!asked.strPackage.empty()) {
-        return {SZK_CRON_FOLDER_PKG_NONROOT, asked.strPackage};
-    }
-    if (asked.bPkg || MayChangeSystem()) {
-        return {asked.bPkg ? SZK_CRON_FOLDER_PKG : SZK_CRON_FOLDER_BUILT_IN_DYN, ""};
-    }
-    const std::vector<std::string> vecOwn = OwnPackages();
-    if (vecOwn.size() > 1) {
-        BadUsage("this account owns the packages " + vecOwn[0] + ", " + vecOwn[1] + (vecOwn.size() > 2 ? ", ..." : "") +
-                 ": say which by --package");
-    }
-    if (vecOwn.empty()) {
-        throw ToolError(EXIT_DENIED, std::string("only root may add a job of the system (try sudo), and this account "
-                                                 "owns no package's folder in ") +
-                                         SZF_CRON_FOLDER_PKG_NONROOT);
-    }
-    return {SZK_CRON_FOLDER_PKG_NONROOT, vecOwn.front()};
-}
-
 bool IsGiven(const CommandOption& option) {
     return option.IsGiven();
 }
@@ -131,7 +111,7 @@ ChangedJob Stage(FileChanges& changes, const DefinedJobs& jobs, const Json::Valu
 
 ExitStatus Run(const Asked& asked, const Common& common) {
     RequireUsage(asked, common);
-    const Place place = PlaceAskedFor(asked);
+    const Place place = asked.bPkg ? Place{SZK_CRON_FOLDER_PKG, std::string()} : PlaceForNew(asked.strPackage);
     RequireWritable(place, "this folder");
     Proposal proposal = asked.strFile.empty() ? ProposalOfWords(asked, common, place) : ReadProposal(asked.strFile);
     for (Json::Value& jsDefinition : proposal.vecDefinitions) {

@@ -3,6 +3,7 @@
 #include <iostream>
 #include <memory>
 
+#include "crond/cronjob.h"
 #include "ctl/changereport.h"
 #include "ctl/command.h"
 #include "ctl/draft.h"
@@ -56,6 +57,15 @@ bool IsToBeEditedAgain() {
     return std::getline(std::cin, strAnswer) && (strAnswer.empty() || strAnswer[0] == 'y' || strAnswer[0] == 'Y');
 }
 
+/// Leaves the draft to the user, who has to know what to do with it.
+std::string KeepDraft(Draft& draft, const Found& found) {
+    const std::string strOption = found.id.strFolder == SZK_CRON_FOLDER_PKG ? "--pkg "
+                                  : found.id.strPackage.empty()             ? ""
+                                                                            : "--package " + found.id.strPackage + " ";
+    return "the draft is " + draft.Keep() + " (once mended, \"vukocronctl add --replace " + strOption +
+           "FILE\" stores it)";
+}
+
 /// @return whether there is something new to be stored.
 bool Edit(Draft& draft, const Found& found, Proposal& proposal) {
     for (;;) {
@@ -64,7 +74,7 @@ bool Edit(Draft& draft, const Found& found, Proposal& proposal) {
             return !found.definition || proposal.vecDefinitions.front() != *found.definition;
         }
         if (!IsToBeEditedAgain()) {
-            throw ToolError(EXIT_WRONG, "nothing is stored; " + draft.Keep());
+            throw ToolError(EXIT_WRONG, "nothing is stored; " + KeepDraft(draft, found));
         }
     }
 }
@@ -99,7 +109,7 @@ void Store(FileChanges& changes, Draft& draft, const Found& found, const Proposa
         }
         changes.Commit();
     } catch (const ToolError& error) {
-        throw ToolError(error.Status(), error.what() + ("; " + draft.Keep()));
+        throw ToolError(error.Status(), error.what() + ("; " + KeepDraft(draft, found)));
     }
 }
 

@@ -1,5 +1,4 @@
 #include <memory>
-#include <set>
 
 #include "ctl/changereport.h"
 #include "ctl/command.h"
@@ -13,15 +12,9 @@ ExitStatus Run(const std::vector<std::string>& vecNames, bool bEnable, const Com
     const DefinedJobs jobs;
     FileChanges changes;
     std::vector<ChangedJob> vecChanged;
-    std::set<Service::JobId> setTaken;
-    for (const std::string& strName : vecNames) {
-        const Found found = jobs.Find(strName);
-        RequireWritable(PlaceOf(found.id), ToText(found.id));
-        if (!setTaken.insert(found.id).second) {
-            continue;
-        }
+    for (const Found& found : jobs.FindToChange(vecNames)) {
         if (!found.definition) {
-            throw ToolError(EXIT_WRONG, found.file.Path() + " is refused by the service: \"vukocronctl edit " +
+            throw ToolError(EXIT_WRONG, "the service refuses " + jobs.WhyRefused(found.file) + ": \"vukocronctl edit " +
                                             ToText(found.id) + "\" repairs it");
         }
         ChangedJob job{"unchanged", found.id, found.file, found.definition, found.definition};

@@ -41,9 +41,12 @@ ExitStatus Reroll(const Common& common, const std::string& strJob) {
     Json::Value jsResult = client.Ask("reroll", jsMembers);
     const std::time_t tNow = time(nullptr);
     jsResult["next"] = NextStartJson(jsResult, jsStatus, tNow);
+    const Json::Value& jsFields = jsResult["fields"]; // null where they are very long
+    const bool bRandom = jsFields.isNull() || jsFields.asString().find('~') != std::string::npos;
     return Answered(common, jsResult,
-                    jsResult["id"].asString() + ": " + jsResult["words"].asString() + " (" +
-                        jsResult["schedule"].asString() + "); " + NextStartText(jsResult, jsStatus, tNow) + ".");
+                    jsResult["id"].asString() + ": " + (bRandom ? "" : "nothing of its schedule is random, ") +
+                        jsResult["words"].asString() + " (" + jsResult["schedule"].asString() + "); " +
+                        NextStartText(jsResult, jsStatus, tNow) + ".");
 }
 
 ExitStatus Role(const Common& common, const std::string& strRole) {

@@ -1,5 +1,4 @@
 #include <memory>
-#include <set>
 
 #include "ctl/changereport.h"
 #include "ctl/command.h"
@@ -14,13 +13,7 @@ ExitStatus Run(const std::vector<std::string>& vecNames, const Common& common) {
     ServiceView service(common.strRoot);
     FileChanges changes;
     std::vector<ChangedJob> vecChanged;
-    std::set<Service::JobId> setTaken;
-    for (const std::string& strName : vecNames) {
-        const Found found = jobs.Find(strName);
-        RequireWritable(PlaceOf(found.id), ToText(found.id));
-        if (!setTaken.insert(found.id).second) {
-            continue;
-        }
+    for (const Found& found : jobs.FindToChange(vecNames)) {
         for (const Found& one : jobs.FindAll(found.id)) { // else the next one would take the place of the first
             changes.Remove(one);
         }

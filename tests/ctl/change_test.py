@@ -10,6 +10,7 @@ import os
 import pathlib
 import re
 import shlex
+import shutil
 import signal
 import stat
 import subprocess
@@ -135,8 +136,11 @@ class Add(Case):
     def test_without_a_service_it_is_stored_and_said(self):
         alone = rooted.Root(TOOL, SERVICE)
         self.addCleanup(alone.close)
+        shutil.rmtree(alone.path / "usr")
         ended = alone.run("add", "--name", "later", "--daily", "--", "/bin/true")
         self.assertEqual((ended.returncode, alone.stored("builtin-dyn/later")["period"]), (0, "daily"))
+        made = [folder for folder in alone.file("builtin-dyn/later").parents if alone.path in folder.parents]
+        self.assertEqual([stat.S_IMODE(folder.stat().st_mode) for folder in made], [0o755] * 4, made)
         self.assertIn("is vukocrond running?); the job will be known when the service starts", ended.stdout)
         self.assertIsNone(json.loads(alone.run("disable", "later", "--json").stdout)["jobs"][0]["taken"])
 
@@ -180,6 +184,7 @@ class Edit(Case):
             with self.subTest(editor):
                 ended = self.edit("faulty", editor, status=1)
                 self.assertIn(message, ended.stderr)
+                self.assertIn('"vukocronctl add --replace FILE" stores it', ended.stderr)
                 self.assertTrue(self.draft(ended).read_text())
                 self.assertEqual(ROOT.stored("builtin-dyn/faulty"), named("faulty"))
         self.assertIn("the editor false failed, exit 1", self.edit("faulty", "false", status=1).stderr)
@@ -194,13 +199,25 @@ class Edit(Case):
 
     def test_a_file_that_is_refused_can_be_repaired_and_removed(self):
         for text in ['{"name": "broken", ', json.dumps(named("broken", crontab="61 * * * *"))]:
-            ROOT.define("builtin-dyn/broken", text)
-            self.done("disable", "broken", status=1)
+            path = ROOT.define("builtin-dyn/broken", text)
+            self.assertRegex(self.done("disable", "broken", status=1).stderr,
+                             rf'^vukocronctl: the service refuses {path}: .+: "vukocronctl edit builtin-dyn/broken" repairs it\n$')
             self.edit("broken", "f() { echo " + shlex.quote(json.dumps(named("broken"))) + " >$1; }; f")
             self.assertEqual(self.known("broken"), named("broken"))
         ROOT.define("builtin-dyn/broken", "{")
         self.done("remove", "broken")
         self.assertFalse(ROOT.file("builtin-dyn/broken").exists())
+
+    def test_a_link_is_not_edited(self):
+        place = ROOT.file("builtin-dyn/leads-away")
+        place.symlink_to("/dev/null")
+        self.addCleanup(place.unlink)
+        self.assertIn("is a link: it can be removed, not edited", self.edit("leads-away", "true", status=1).stderr)
+
+    def test_what_the_editor_prints_is_none_of_what_a_script_reads(self):
+        self.done("add", "-", text=json.dumps(named("scripted")))
+        ended = self.done("edit", "scripted", "--json", EDITOR="f() { echo hello; sed -i s/23/22/ $1; }; f")
+        self.assertEqual((json.loads(ended.stdout)["jobs"][0]["change"], ended.stderr), ("changed", "hello\n"))
 
     def test_on_a_terminal_a_fault_can_be_mended_at_once(self):
         self.done("add", "-", text=json.dumps(named("mended")))
@@ -227,6 +244,13 @@ class RemoveAndEnable(Case):
         self.assertEqual(self.done("remove", "switched", "other-switch").stdout,
                          "Removed builtin-dyn/switched.\nRemoved builtin-dyn/other-switch.\n")
         self.assertEqual((ROOT.stored("builtin-dyn/switched"), self.known("switched")), (None, None))
+
+    def test_take_a_name_as_it_is(self):
+        names = ["-x", "[a,b]", "add"]
+        self.done("add", "-", text=json.dumps([named(name) for name in names]))
+        for command in ("disable", "remove"):
+            told = self.told(command, "--", *names)
+            self.assertEqual([job["id"] for job in told["jobs"]], ["builtin-dyn/" + name for name in names])
 
     def test_one_that_is_not_there_keeps_the_others_as_they_are(self):
         self.done("add", "-", text=json.dumps(named("stays")))
@@ -463,6 +487,7 @@ class Steer(Case):
         ended = self.done("reroll", "drawn")
         self.assertRegex(ended.stdout, rf"^builtin-dyn/drawn: at 03:\d\d \(\d+ 3 -1 -1 -1\); {NEXT}\.\n$")
         self.assertIsInstance(self.told("reroll", "drawn")["next"], int)
+        self.assertIn("sleeper: nothing of its schedule is random, at 23:30", self.done("reroll", "sleeper").stdout)
 
     def test_the_role_and_draining_tell_what_they_mean_and_the_way_back(self):
         self.addCleanup(self.done, "role", "active")
