@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <regex>
 
 #include "ctl/toolerror.h"
@@ -28,6 +29,17 @@ bool IsKnownZone(const std::string& strZone) {
     }
     static const std::regex posix(R"((<[A-Za-z0-9+-]{3,}>|[A-Za-z]{3,})[+-]?\d{1,3}(:\d{1,2}){0,2}.*)");
     return std::regex_match(strZone, posix);
+}
+
+/// What the database holds for a name; empty where it has none.
+std::string ZoneData(const std::string& strZone) {
+    const std::filesystem::path path = std::filesystem::path(ZONE_FOLDER) / strZone;
+    std::error_code error;
+    if (strZone.empty() || strZone.front() == '/' || !std::filesystem::is_regular_file(path, error)) {
+        return std::string();
+    }
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 [[noreturn]] void RefuseTime(const std::string& strText) {
@@ -110,6 +122,14 @@ void UseServiceZone(const Json::Value& jsStatus) {
                   lMinutes % 60, lOffset < 0 ? '+' : '-', lMinutes / 60, lMinutes % 60);
     setenv("TZ", szRule, 1);
     tzset();
+}
+
+bool IsSameZone(const std::string& strOne, const std::string& strOther) {
+    if (strOne == strOther) {
+        return true;
+    }
+    const std::string strData = ZoneData(strOne);
+    return !strData.empty() && strData == ZoneData(strOther);
 }
 
 std::string ZoneName(const std::string& strAskedFor) {

@@ -15,6 +15,9 @@ void UseZone(const std::string& strZone);
 /// The zone's name, as people know it: what was asked for, else the system's own, else "UTC".
 std::string ZoneName(const std::string& strAskedFor);
 
+/// Whether two names of zones mean the same: links of the zone database, as "UTC" and "Etc/UTC" are, do.
+bool IsSameZone(const std::string& strOne, const std::string& strOther);
+
 /// Makes the zone that of the service, as its status tells it: jobs start by its wall clock, whatever TZ is here.
 void UseServiceZone(const Json::Value& jsStatus);
 

@@ -60,8 +60,7 @@ ImportItems Convert(const Asked& asked) {
 ExitStatus Run(Asked asked, const Common& common) {
     RequireUsage(asked);
     ImportItems items = Convert(asked);
-    asked.options.place = asked.strPackage.empty() ? Place{SZK_CRON_FOLDER_BUILT_IN_DYN, std::string()}
-                                                   : Place{SZK_CRON_FOLDER_PKG_NONROOT, asked.strPackage};
+    asked.options.place = PlaceForNew(asked.strPackage);
     if (!asked.bDryRun) {
         RequireWritable(asked.options.place, "this folder");
     }
@@ -71,8 +70,8 @@ ExitStatus Run(Asked asked, const Common& common) {
     report.vecItems = PlanImport(std::move(items.vecItems), asked.options);
     report.vecNotes = std::move(items.vecNotes);
     report.bDryRun = asked.bDryRun;
-    const bool bGood = (asked.bSkip || report.CountRefused() == 0) && report.Count(PlannedJob::State::Conflict) == 0;
-    if (bGood && !asked.bDryRun) {
+    report.bGood = (asked.bSkip || report.CountRefused() == 0) && report.Count(PlannedJob::State::Conflict) == 0;
+    if (report.bGood && !asked.bDryRun) {
         StorePlan(report.vecItems, report.place);
         ServiceView(common.strRoot).Refresh();
         report.bStored = true;
@@ -83,7 +82,7 @@ ExitStatus Run(Asked asked, const Common& common) {
         const Pager pager(common);
         PrintReport(std::cout, report);
     }
-    return bGood ? EXIT_DONE : EXIT_WRONG;
+    return report.bGood ? EXIT_DONE : EXIT_WRONG;
 }
 
 } // namespace

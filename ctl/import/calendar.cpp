@@ -8,10 +8,14 @@
 #include <stdexcept>
 
 #include "ctl/classic.h"
+#include "ctl/zone.h"
 
 namespace VUKO::VUKOCrond::Ctl {
 
 namespace {
+
+/// So many days every month has.
+constexpr int DAYS_FROM_END_MAX = 28;
 
 /// Ends the reading with the reason why it cannot go on.
 struct CannotSay : std::runtime_error {
@@ -259,9 +263,11 @@ std::set<int> DaysFromEnd(const Component& component, int iMonth) {
 
 std::vector<Times> TimesOf(const Reader& reader, const std::set<int>& setWeekdays) {
     Times times;
-    times.aSets = {ValuesOf(reader.minute, 0, 59), ValuesOf(reader.hour, 0, 23), ValuesOf(reader.day, 1, 31),
-                   ValuesOf(reader.month, 1, 12), setWeekdays};
-    if (!reader.bFromEnd || reader.day.bAny) {
+    const bool bFromEnd = reader.bFromEnd && !reader.day.bAny;
+    times.aSets = {ValuesOf(reader.minute, 0, 59), ValuesOf(reader.hour, 0, 23),
+                   ValuesOf(reader.day, 1, bFromEnd ? DAYS_FROM_END_MAX : 31), ValuesOf(reader.month, 1, 12),
+                   setWeekdays};
+    if (!bFromEnd) {
         return {times};
     }
     std::vector<Times> vecTimes;
@@ -277,10 +283,6 @@ std::vector<Times> TimesOf(const Reader& reader, const std::set<int>& setWeekday
     return vecTimes;
 }
 
-bool IsUtc(const std::string& strZone) {
-    return strZone == "UTC" || strZone == "Etc/UTC" || strZone == "Etc/UCT" || strZone == "Zulu";
-}
-
 /// Takes a zone from the end. @throws CannotSay for one that schedules are not in.
 void TakeZone(std::string& strText, const std::string& strOwn) {
     const std::size_t uBlank = strText.rfind(' ');
@@ -292,7 +294,7 @@ void TakeZone(std::string& strText, const std::string& strOwn) {
         return;
     }
     const std::string strZone = Lower(strLast) == "utc" ? "UTC" : strLast;
-    if (strZone != strOwn && !(IsUtc(strZone) && IsUtc(strOwn))) {
+    if (!IsSameZone(strZone, strOwn)) {
         throw CannotSay("its times are those of the zone " + strZone + ", and here all are those of " + strOwn);
     }
     strText.resize(uBlank);

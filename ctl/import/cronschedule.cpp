@@ -140,6 +140,38 @@ std::vector<Times> PartsOf(const std::vector<Field>& vecFields) {
     return vecParts.empty() ? std::vector<Times>{times} : vecParts; // of what never comes, something is left
 }
 
+std::string Span(int iFrom, int iTo) {
+    return std::to_string(iFrom) + (iFrom == iTo ? "" : "-" + std::to_string(iTo));
+}
+
+/// What to write for an item that crons do not read alike; empty where there is no telling what is meant.
+std::string Advice(const std::string& strItem, std::size_t uField) {
+    const std::size_t uDash = strItem.find('-');
+    const std::size_t uSlash = strItem.find('/');
+    const int iLast = *EveryValue(uField).rbegin();
+    const std::optional<int> from = ReadValue(strItem.substr(0, std::min(uDash, uSlash)), uField);
+    if (from && uDash == std::string::npos && uSlash != std::string::npos) {
+        return "; of \"" + strItem + "\" some take the first value alone, others go on from there: write \"" +
+               Span(*from, *from) + "\" or \"" + Span(*from, iLast) + strItem.substr(uSlash) + "\"";
+    }
+    const std::optional<int> to = uDash != std::string::npos ? ReadValue(strItem.substr(uDash + 1), uField) : from;
+    if (from && to && *to < *from) {
+        return "; \"" + strItem + "\" ends before it begins, which some take for nothing at all: write \"" +
+               Span(*from, iLast) + "," + Span(*EveryValue(uField).begin(), *to) + "\"";
+    }
+    return std::string();
+}
+
+std::string WhyNoField(const std::string& strField, std::size_t uField) {
+    std::string strWhy = std::string(FIELD_NAMES[uField]) + " \"" + strField +
+                         "\" is no list of values, ranges and steps that every cron reads alike";
+    std::istringstream items(strField);
+    for (std::string strItem; std::getline(items, strItem, ',');) {
+        strWhy += Advice(strItem, uField);
+    }
+    return strWhy;
+}
+
 } // namespace
 
 CronSchedule ConvertFields(const std::vector<std::string>& vecTexts) {
@@ -148,8 +180,7 @@ CronSchedule ConvertFields(const std::vector<std::string>& vecTexts) {
     for (std::size_t uField = 0; uField < TIME_FIELDS; ++uField) {
         vecFields.emplace_back(vecTexts.at(uField), uField);
         if (!vecFields.back().IsGood()) {
-            schedule.strReason = std::string(FIELD_NAMES[uField]) + " \"" + vecTexts[uField] +
-                                 "\" is no list of values, ranges and steps that every cron reads alike";
+            schedule.strReason = WhyNoField(vecTexts[uField], uField);
             return schedule;
         }
     }

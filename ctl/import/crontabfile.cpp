@@ -161,7 +161,7 @@ void Converter::AddSetting(ImportItem& item, const std::string& strName, const s
     } else if (strName == "RANDOM_DELAY") {
         note("random-delay", "the jobs are not put off at random: write \"~\" for a minute that is drawn once");
     } else if (strName == "CRON_TZ") {
-        _strOtherZone = strValue == ZoneName(std::string()) ? std::string() : strValue;
+        _strOtherZone = IsSameZone(strValue, ZoneName(std::string())) ? std::string() : strValue;
     } else if (strName == "TZ") {
         note("zone", "it is a variable of the command, and no zone of the schedule, there and here");
     }
@@ -227,7 +227,11 @@ void Converter::AddNotes(ImportItem& item, const std::string& strAccount, const 
                                                 "Debian; other crons leave both"});
     }
     std::string strRest = strCommand;
-    if (!_format.bSystem && TakeWord(strRest) == "root" && !strRest.empty()) {
+    const std::string strFirst = TakeWord(strRest);
+    if (strFirst == "*") {
+        item.vecNotes.push_back({"format", "the command begins with \"*\": six fields? cron has five of them"});
+    }
+    if (!_format.bSystem && strFirst == "root" && !strRest.empty()) {
         item.vecNotes.push_back({"format", "the command is \"root\": is this the system's format? Say --system then"});
     }
 }

@@ -160,7 +160,8 @@ std::string Counted(std::size_t uCount, const char* szWhat) {
 std::string ResultText(const ImportReport& report) {
     const std::size_t uNew = report.Count(State::New) + report.Count(State::Replacing);
     std::string strText = report.bStored   ? Counted(uNew, "job") + " stored in " + report.place.Path()
-                          : report.bDryRun ? Counted(uNew, "job") + " to be stored in " + report.place.Path()
+                          : report.bGood   ? Counted(uNew, "job") + " to be stored in " + report.place.Path()
+                          : report.bDryRun ? "nothing would be stored"
                                            : "nothing is stored";
     if (const std::size_t uThere = report.Count(State::Existing); uThere > 0) {
         strText += ", " + std::to_string(uThere) + " there already";
@@ -171,8 +172,8 @@ std::string ResultText(const ImportReport& report) {
     if (const std::size_t uRefused = report.CountRefused(); uRefused > 0) {
         strText +=
             ", " + std::to_string(uRefused) + " cannot be expressed" +
-            (report.bStored ? ""
-                            : ": --skip-inexpressible leaves " + std::string(uRefused == 1 ? "it" : "them") + " out");
+            (report.bGood ? ""
+                          : ": --skip-inexpressible leaves " + std::string(uRefused == 1 ? "it" : "them") + " out");
     }
     return strText;
 }

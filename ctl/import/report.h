@@ -17,6 +17,7 @@ struct ImportReport {
     std::vector<PlannedItem> vecItems;
     std::vector<Note> vecNotes; ///< about all of them
     bool bDryRun = false;
+    bool bGood = false; ///< nothing keeps it from being stored
     bool bStored = false;
 
     std::size_t Count(PlannedJob::State eState) const;

@@ -18,6 +18,7 @@ namespace {
 
 constexpr const char* TIMER = "Timer";
 constexpr const char* KIND = ".timer";
+constexpr const char* A_TEMPLATE = "it is a template: name an instance with --unit";
 
 bool EndsWith(const std::string& strText, const std::string& strEnd) {
     return strText.size() >= strEnd.size() &&
@@ -67,7 +68,7 @@ private:
     bool ReadTarget();
     void SpreadOut();
     void LookAtRest();
-    void Persist(Json::Value& jsDefinition) const;
+    void Persist();
     bool Is(const char* szKey) const { return _timer.IsTrue(TIMER, szKey); }
 
     const UnitFolders& _folders;
@@ -205,13 +206,24 @@ void TimerConverter::LookAtRest() {
 }
 
 /// A timer that makes up for what it missed while the machine was off is a job that has to have run within the longest
-/// time between two of its starts.
-void TimerConverter::Persist(Json::Value& jsDefinition) const {
-    const int iGap = LongestGapHours(_vecTimes);
-    if (Is("Persistent") && iGap > 0) {
-        jsDefinition["assure_execute"] = iGap + 1;
-        jsDefinition["assure_execute_action"] = "run";
+/// time between two of its starts. Of several jobs, each has its own.
+void TimerConverter::Persist() {
+    std::string strHours;
+    for (std::size_t u = 0; u < _vecTimes.size(); ++u) {
+        const int iGap = LongestGapHours({_vecTimes[u]});
+        Json::Value& jsDefinition = _item.vecDefinitions[u];
+        if (iGap > 0) {
+            jsDefinition["assure_execute"] = iGap + 1;
+            jsDefinition["assure_execute_action"] = "run";
+            strHours += (strHours.empty() ? "" : ", ") + std::to_string(iGap + 1);
+        }
     }
+    const bool bSeveral = _vecTimes.size() > 1;
+    Note("persistent", strHours.empty() ? "Persistent=: what is missed while the machine is off is not made up for"
+                                        : "Persistent=: " + std::string(bSeveral ? "the jobs have" : "it has") +
+                                              " to have run within " + strHours + " hours (assure_execute), else " +
+                                              (bSeveral ? "each of them is started at once, where the timer starts once"
+                                                        : "it is started at once"));
 }
 
 ImportItem TimerConverter::Convert(bool bAskedFor) {
@@ -235,22 +247,26 @@ ImportItem TimerConverter::Convert(bool bAskedFor) {
         jsDefinition["cmd_list"].append("--");
         jsDefinition["cmd_list"].append(_strTarget);
         jsDefinition["description"] = Readable("imported from " + _strName + ", there \"" + _item.strText + "\"");
-        if (_vecTimes.size() == 1) {
-            Persist(jsDefinition);
-        }
         _item.vecDefinitions.push_back(jsDefinition);
     }
     if (Is("Persistent")) {
-        const Json::Value& jsHours = _item.vecDefinitions.front()["assure_execute"];
-        if (jsHours.isNull()) {
-            Note("persistent", "Persistent=: what is missed while the machine is off is not made up for");
-        } else {
-            Note("persistent", "Persistent=: it has to have run within " + jsHours.asString() +
-                                   " hours (assure_execute), else it is started at once");
-        }
+        Persist();
     }
     LookAtRest();
     return std::move(_item);
+}
+
+bool IsTemplate(const std::string& strName) {
+    return strName.find("@.") != std::string::npos;
+}
+
+ImportItem NotConverted(const std::string& strName, ImportItem::Kind eKind, const std::string& strWhy) {
+    ImportItem item;
+    item.strWhere = strName;
+    item.strShort = StemOf(strName);
+    item.Refuse(strWhy);
+    item.eKind = eKind;
+    return item;
 }
 
 std::string TimerName(const std::string& strName) {
@@ -266,24 +282,21 @@ ImportItems ConvertTimers(const UnitFolders& folders, const std::vector<std::str
         if (strName.find('/') != std::string::npos || folders.FileOf(strName).empty()) {
             throw ToolError(EXIT_WRONG, "there is no timer " + strName + " in the folders of units");
         }
-        items.vecItems.push_back(TimerConverter(folders, strName).Convert(true));
+        items.vecItems.push_back(IsTemplate(strName) ? NotConverted(strName, ImportItem::Kind::Refused, A_TEMPLATE)
+                                                     : TimerConverter(folders, strName).Convert(true));
     }
     for (const std::string& strName : vecNames.empty() ? folders.Names(KIND) : std::vector<std::string>()) {
         if (folders.RealName(strName) != strName) {
             continue; // an alias: the timer itself is there, too
         }
-        if (folders.IsWanted(strName) || folders.IsMasked(strName)) {
+        if (IsTemplate(strName)) {
+            items.vecItems.push_back(NotConverted(strName, ImportItem::Kind::Passed, A_TEMPLATE));
+        } else if (folders.IsWanted(strName) || folders.IsMasked(strName)) {
             items.vecItems.push_back(TimerConverter(folders, strName).Convert(false));
-            continue;
+        } else {
+            items.vecItems.push_back(NotConverted(strName, ImportItem::Kind::Passed,
+                                                  "it is not enabled: name it with --unit to import it all the same"));
         }
-        ImportItem item;
-        item.strWhere = strName;
-        item.strShort = StemOf(strName);
-        item.Refuse(strName.find("@.") != std::string::npos
-                        ? "it is a template: name an instance with --unit"
-                        : "it is not enabled: name it with --unit to import it all the same");
-        item.eKind = ImportItem::Kind::Passed;
-        items.vecItems.push_back(item);
     }
     items.vecNotes = {{"unit", "the job starts the timer's unit, so all that the unit says still holds"},
                       {"clock", "minutes that nobody looked at are made up for, up to three hours of them"}};

@@ -76,7 +76,7 @@ class Times(Converted):
 
     def test_what_cannot_be_said_is_refused_with_its_reason(self):
         forms = {"@reboot /bin/true": "start at boot", "@every_second /bin/true": "no schedule", "60 * * * * /bin/true": 'minute "60"',
-                 "5/15 * * * * /bin/true": "every cron reads alike", "* 22-2 * * * /bin/true": 'hour "22-2"',
+                 "5/15 * * * * /bin/true": 'write "5" or "5-59/15"', "* 22-2 * * * /bin/true": 'write "22-23,0-2"', "0 0 * * sat-sun /bin/true": 'write "6,0"',
                  "* * * * moon /bin/true": "day of week", "1,,2 * * * * /bin/true": "minute", "1, * * * * /bin/true": "minute", ",~ * * * * /bin/true": "minute", "~,,5 * * * * /bin/true": "minute",
                  "0 0 ~ * 1 /bin/true": "two jobs", "~ 0 1 * 1 /bin/true": "two jobs", "~/10 * * * * /bin/true": "minute",
                  "50~10 * * * * /bin/true": "minute", "0 0 * * 5~7 /bin/true": "day of week", "0 0 * *": "neither a setting nor",
@@ -144,7 +144,8 @@ class Commands(Converted):
             items = self.items(setting + "\n* * * * * /bin/true\n")
             self.assertEqual(items[1]["result"], "cannot be expressed")
             self.assertIn(reason, items[1]["reason"])
-        self.assertEqual(self.items("CRON_TZ=UTC\n* * * * * /bin/true\n")[1]["result"], "converted")
+        for zone in ("UTC", "Etc/UTC"): # the zone of these tests, by two of its names
+            self.assertEqual(self.items(f"CRON_TZ={zone}\n* * * * * /bin/true\n")[1]["result"], "converted")
 
     def test_runs_may_overlap_as_they_do_there(self):
         self.assertEqual(self.job("* * * * * /bin/true\n")["overlap"], "allow")
@@ -174,7 +175,8 @@ class Formats(Converted):
     def test_an_account_s_crontab(self):
         definition = self.job("0 0 * * * /bin/a\n", "--user", "nobody")
         self.assertEqual((definition["user"], definition["package_username"]), ("package", "nobody"))
-        self.assertEqual(self.items("0 0 * * * root /bin/a\n")[0]["notes"][0]["code"], "format")
+        for line in ("0 0 * * * root /bin/a\n", "0 0 * * * * /bin/a\n"):
+            self.assertEqual(self.items(line)[0]["notes"][0]["code"], "format")
 
     def test_is_asked_for_where_the_file_s_place_does_not_tell_it(self):
         done = tool("-", "--dry-run", text="@daily /bin/true\n")
@@ -273,6 +275,10 @@ class Stored(unittest.TestCase):
         done = self.store("0 1 * * * /bin/a\n", "--dry-run")
         self.assertEqual((done.returncode, self.stored()), (0, {}))
         self.assertIn("result: 1 job to be stored", done.stdout)
+        text = "0 1 * * * /bin/a\n@reboot /bin/b\n"
+        self.assertIn("result: nothing would be stored, 1 cannot be expressed: --skip", self.store(text, "--dry-run").stdout)
+        done = self.store(text, "--dry-run", "--skip-inexpressible")
+        self.assertRegex(done.stdout, "result: 1 job to be stored in .*, 1 cannot be expressed\n$")
 
     def test_a_write_that_fails_in_the_middle_takes_back_those_before_it(self):
         self.store("0 1 * * * /bin/b\n")
@@ -302,8 +308,9 @@ class Stored(unittest.TestCase):
         self.assertEqual(os.listdir(package), ["a.conf"])
         done = tool("-", "--user", "root", "--package", "photos", text="0 1 * * * /bin/a\n", root=self.root)
         self.assertIn('expected "package" in this folder', done.stdout)
-        done = tool("-", "--user", "nobody", text="0 1 * * * /bin/a\n", root=self.root, user=65534)
-        self.assertEqual((done.returncode, done.stdout), (4, ""))
+        done = tool("-", "--user", "nobody", text="0 1 * * * /bin/a\n0 1 * * * /bin/b\n", root=self.root, user=65534)
+        self.assertIn(f"1 job stored in {package}, 1 there already", done.stdout) # as the only one that it has
+        self.assertEqual(tool("-", "--user", "bin", text="0 1 * * * /bin/a\n", root=self.root, user=2).returncode, 4)
 
     def test_a_person_sees_a_table_that_fits_and_the_notes_below_it(self):
         path = self.root + "/old.crontab"

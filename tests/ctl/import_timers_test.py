@@ -35,7 +35,7 @@ UNSAID = {"*-*-* *:*:*": "seconds", "*-*-* 1:2:0/30": "seconds", "1:2:3.5": "sec
           "*-*-* 1:00 Asia/Tokyo": "Asia/Tokyo", "@1700000000": "single instant", "%H:00": "specifier"}
 
 WRONG = ["Sat..Mon", "*/2:00", "*-*-*/2", "12", "22..2:00", "*-*-1/0", "*:0/90", "*-*-31/2", "fortnightly", "24:00", "*-13-1", "*-*-32",
-         "*-0-1", "1:60", "Mon..", "Mo 1:00", "1:00:00:00", "*-*-* 1", "1-2-3-4", "1:00 x", "-", "..", "1,:00"]
+         "*-0-1", "1:60", "Mon..", "Mo 1:00", "1:00:00:00", "*-*-* 1", "1-2-3-4", "*-07~31", "1:00 x", "-", "..", "1,:00"]
 
 
 def tool(folders, *arguments, root=None, zone="UTC"):
@@ -197,6 +197,12 @@ class Units(Timers):
                 definition, codes = self.only("OnCalendar=" + calendar, "Persistent=true")
                 self.assertEqual((definition["assure_execute"], definition["assure_execute_action"], codes), (hours, "run", ["persistent"]))
 
+    def test_persistent_is_a_guarantee_of_each_of_several(self):
+        self.timer("a", "OnCalendar=Mon..Fri 9:00", "OnCalendar=Sat 10:30", "Persistent=true")
+        item = self.item("a")
+        self.assertEqual(sorted(job["definition"]["assure_execute"] for job in item["jobs"]), [73, 169])
+        self.assertIn("within 73, 169 hours (assure_execute), else each of them", item["notes"][1]["text"])
+
     def test_what_else_is_lost_is_told(self):
         self.write("a.timer.d/more.conf", "[Unit]\nConditionACPower=true\nAssertPathExists=/x\n")
         self.assertEqual(self.only("OnCalendar=daily", "WakeSystem=yes")[1], ["wake", "condition", "condition"])
@@ -231,6 +237,7 @@ class Units(Timers):
         self.assertEqual(self.item("off", "--unit", "off", "alias")["result"], "converted")
         self.assertEqual(self.item("on", "--unit", "off", "alias")["result"], "converted")
         self.assertEqual(self.item("boot", "--unit", "boot.timer")["result"], "cannot be expressed")
+        self.assertIn("it is a template: name an instance", self.item("dump@", "--unit", "dump@.timer")["reason"])
 
     def test_says_how_the_timer_is_put_to_rest(self):
         for install, verb in [(True, "disable"), (False, "mask")]:
