@@ -195,7 +195,8 @@ bool HasTwoBackslashes(const std::string& strCommand) {
 }
 
 std::string SafeName(const std::string& strText) {
-    const std::string strAllowed = std::string(NAME_CHARACTERS) + ".+-";
+    std::string strAllowed = ".+-";
+    strAllowed += NAME_CHARACTERS;
     std::string strName;
     for (const char c : strText) {
         const bool bGood = strAllowed.find(c) != std::string::npos;

@@ -1,8 +1,23 @@
 #include "service/state/statements.h"
 
+#include <initializer_list>
+
 #include "service/state/staterows.h"
 
 namespace VUKO::VUKOCrond::Service {
+
+namespace {
+
+/// Not with the operator +, many of which in one function make g++ 12 see copies beyond a text's end.
+std::string Joined(std::initializer_list<const char*> pieces) {
+    std::string strSql;
+    for (const char* const szPiece : pieces) {
+        strSql += szPiece;
+    }
+    return strSql;
+}
+
+} // namespace
 
 std::string Select(const char* szColumns, const std::string& strRest) {
     return std::string("SELECT ") + szColumns + strRest;
@@ -12,13 +27,13 @@ Statements::Statements(const Connection& c)
     : begin(c, "BEGIN IMMEDIATE", "begin a transaction"), commit(c, "COMMIT", "commit a transaction"),
       setAhead(c, "UPDATE copy SET ahead = ?1 WHERE ahead <> ?1", "mark the working copy"),
       isSameClock(c, "SELECT 1 FROM clock WHERE bootId = ?1 AND sleptSince = ?2 AND lastRun = ?3", "read the clock"),
-      putClock(c, std::string("INSERT OR REPLACE INTO clock (id, ") + CLOCK_COLUMNS + ") VALUES (1, ?, ?, ?, ?, ?)",
+      putClock(c, Joined({"INSERT OR REPLACE INTO clock (id, ", CLOCK_COLUMNS, ") VALUES (1, ?, ?, ?, ?, ?)"}),
                "write the clock"),
       addJob(c,
-             std::string("INSERT INTO jobs (outcomes, ") + JOB_COLUMNS +
-                 ") VALUES (0, NULL, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?) ON CONFLICT (folder, package, name) DO UPDATE"
-                 " SET startup = ?1, lastExecution = ?2, overdueReported = ?3, goneSince = ?4, file = ?8,"
-                 " fields = ?9, schedule = ?10 RETURNING job",
+             Joined({"INSERT INTO jobs (outcomes, ", JOB_COLUMNS,
+                     ") VALUES (0, NULL, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?) ON CONFLICT (folder, package, name) DO UPDATE"
+                     " SET startup = ?1, lastExecution = ?2, overdueReported = ?3, goneSince = ?4, file = ?8,"
+                     " fields = ?9, schedule = ?10 RETURNING job"}),
              "add a job"),
       putJob(c,
              "UPDATE jobs SET startup = ?, lastExecution = ?, overdueReported = ?, goneSince = ?, folder = ?,"
@@ -31,8 +46,8 @@ Statements::Statements(const Connection& c)
       makeRoom(c, "UPDATE outcomes SET slot = -run WHERE job = ? AND slot = ? AND endKind = 0 AND run <> 0",
                "make room in a ledger"),
       addOutcome(c,
-                 std::string("INSERT OR REPLACE INTO outcomes (slot, ") + RUN_COLUMNS +
-                     ") VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
+                 Joined({"INSERT OR REPLACE INTO outcomes (slot, ", RUN_COLUMNS,
+                         ") VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)"}),
                  "add an outcome"),
       updateRun(c,
                 "UPDATE outcomes SET kind = ?, reason = ?, delay = ?, endKind = ?, code = ?, started = ?,"
