@@ -1,11 +1,16 @@
 #include "service/control/packet.h"
 
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <system_error>
 
 namespace VUKO::VUKOCrond::Service {
+
+bool Peer::MayDoAll() const {
+    return uid == 0 || uid == geteuid();
+}
 
 Peer PeerOf(int iFd) {
     ucred credentials = {};

@@ -12,7 +12,8 @@ struct Peer {
     uid_t uid = 0;
     gid_t gid = 0;
     pid_t pid = 0;
-    bool IsRoot() const { return uid == 0; }
+    /// Root, and the service's own account where that is another: it may end the service and change all that it reads.
+    bool MayDoAll() const;
 };
 
 /// @throws std::system_error

@@ -58,7 +58,7 @@ private:
     Json::Value Drain(const Asked& asked);
 
     JobIndex FindJob(const Asked& asked) const;
-    static bool MaySee(const Job& job, const Peer& peer) { return peer.IsRoot() || job.uidAccount == peer.uid; }
+    static bool MaySee(const Job& job, const Peer& peer) { return peer.MayDoAll() || job.uidAccount == peer.uid; }
     static void RequireRoot(const Asked& asked);
     static std::string Text(const Asked& asked, const char* szMember);
     static bool Flag(const Asked& asked, const char* szMember, bool bDefault);
@@ -119,7 +119,7 @@ Json::Value Requests::Status(const Asked& asked) {
     for (const auto& [strState, uCount] : mapStates) {
         jsResult["jobs"][std::string(strState)] = uCount;
     }
-    if (asked.peer.IsRoot()) {
+    if (asked.peer.MayDoAll()) {
         jsResult["refused"] = static_cast<Json::UInt64>(_core.Refusals().size());
         jsResult["workedUpTo"] = static_cast<Json::Int64>(_core.Clock().iWorkedUpTo);
         jsResult["saved"] = static_cast<Json::Int64>(_core.LastSavedAt());
@@ -233,7 +233,7 @@ Json::Value Requests::Run(const Asked& asked) {
 }
 
 Json::Value Requests::Reload(const Asked& asked) {
-    if (!asked.peer.IsRoot()) {
+    if (!asked.peer.MayDoAll()) {
         // The folders are watched: whoever may change a definition need not ask.
         throw ControlError(CODE_DENIED, "only root may do that; definitions are read again when they change");
     }
@@ -339,7 +339,7 @@ JobIndex Requests::FindJob(const Asked& asked) const {
 }
 
 void Requests::RequireRoot(const Asked& asked) {
-    if (!asked.peer.IsRoot()) {
+    if (!asked.peer.MayDoAll()) {
         throw ControlError(CODE_DENIED, "only root may do that");
     }
 }

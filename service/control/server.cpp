@@ -252,7 +252,7 @@ const char* ControlServer::Private::WhyNotTaken(const Peer& peer) {
     if (mapConnections.size() >= limits.uConnections) {
         return "too many connections";
     }
-    if (peer.IsRoot()) {
+    if (peer.MayDoAll()) {
         return nullptr;
     }
     if (uOthers + limits.uConnectionsForRoot >= limits.uConnections) {
@@ -271,7 +271,7 @@ void ControlServer::Private::Take(UniqueFd fd, const Peer& peer) {
     Accounts::Account& account = AccountOf(peer);
     mapConnections.emplace(iFd, connection);
     ++account.uConnections;
-    uOthers += peer.IsRoot() ? 0 : 1;
+    uOthers += peer.MayDoAll() ? 0 : 1;
 }
 
 void ControlServer::Private::Receive(Connection& connection) {
@@ -311,12 +311,12 @@ void ControlServer::Private::Answer(Connection& connection, std::string_view str
     } catch (const ControlError& error) {
         reply.Fail(error.Code(), error.what());
     } catch (const std::exception& exception) {
-        reply.Fail(Protocol::CODE_INTERNAL, connection.peer.IsRoot() ? exception.what() : "internal error");
+        reply.Fail(Protocol::CODE_INTERNAL, connection.peer.MayDoAll() ? exception.what() : "internal error");
     }
 }
 
 bool ControlServer::Private::IsTooFast(const Peer& peer) {
-    return !peer.IsRoot() && !AccountOf(peer).requests.Take(NowUsec());
+    return !peer.MayDoAll() && !AccountOf(peer).requests.Take(NowUsec());
 }
 
 /// Refusing costs nearly as much as answering, so it must not be had as fast as one likes either.
@@ -344,7 +344,7 @@ void ControlServer::Private::Close(Connection& connection) {
     --account.uConnections;
     account.uWaits -= held->uWaits;
     held->uWaits = 0;
-    uOthers -= held->peer.IsRoot() ? 0 : 1;
+    uOthers -= held->peer.MayDoAll() ? 0 : 1;
     held->resume.reset();
     held->idle.reset();
     held->io.reset();

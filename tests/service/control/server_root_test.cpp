@@ -64,6 +64,19 @@ TEST_F(ControlServerAccounts, AreNotShownWhatFailedInside) {
     EXPECT_EQ(Ask(Connect(), Request("break"))["error"]["message"], "a secret");
 }
 
+TEST_F(ControlServerAccounts, MayDoAllWhereTheServiceIsTheirOwn) {
+    EXPECT_TRUE(Peer{0}.MayDoAll());
+    EXPECT_FALSE(Peer{STRANGER}.MayDoAll());
+    ASSERT_EQ(seteuid(STRANGER), 0);
+    const bool bRoot = Peer{0}.MayDoAll();
+    const bool bItself = Peer{STRANGER}.MayDoAll();
+    const bool bOther = Peer{OTHER_STRANGER}.MayDoAll();
+    ASSERT_EQ(seteuid(0), 0);
+    EXPECT_TRUE(bRoot);
+    EXPECT_TRUE(bItself);
+    EXPECT_FALSE(bOther);
+}
+
 TEST_F(ControlServerAccounts, HaveSoManyConnectionsEach) {
     const Client aClients[] = {ConnectAs(STRANGER), ConnectAs(STRANGER), ConnectAs(STRANGER)};
     const Client surplus = ConnectAs(STRANGER);
