@@ -33,7 +33,6 @@ constexpr mode_t FOLDER_MODE = 0755;
 constexpr std::size_t CHUNK = std::size_t{64} << 10;
 constexpr std::size_t LONGEST_NAME = 200;
 
-/// The identifier as the name of a file in a folder of ours: it can neither leave that nor hide there.
 /// Tells identities apart that look alike once they are fit for a file name (FNV-1a).
 std::string MarkOf(const std::string& strIdentifier) {
     std::uint64_t uHash = 14695981039346656037U;
@@ -45,7 +44,8 @@ std::string MarkOf(const std::string& strIdentifier) {
     return szMark;
 }
 
-/// The identity with "_" for each "/", which is all that most need; else with a mark, so that no two share a file.
+/// The identity as the name of a file in a folder of ours: it can neither leave that nor hide there. With "_" for each
+/// "/", which is all that most need; else with a mark, so that no two share a file.
 std::string FileNameOf(const std::string& strIdentifier) {
     const std::size_t uFolderEnd = std::min(strIdentifier.find('/'), strIdentifier.size());
     bool bAlone = strIdentifier.size() <= LONGEST_NAME;
