@@ -40,7 +40,7 @@ void PrintDifferences(const Json::Value& jsBefore, const Json::Value& jsAfter) {
 /// What follows the job's name in the line that tells of it.
 std::string EffectText(const ChangedJob& job, const Uptake& uptake, const Json::Value& jsStatus) {
     if (uptake.eKind == Uptake::Kind::NotTaken) {
-        return "the service does not take it: " + uptake.strReason;
+        return (job.after ? "the service does not take it: " : "the service still has it: ") + uptake.strReason;
     }
     if (uptake.eKind == Uptake::Kind::NotAsked) {
         return uptake.strReason;

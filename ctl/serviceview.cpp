@@ -79,6 +79,10 @@ Json::Value ServiceView::Status() {
     return jsStatus.isNull() ? Json::Value(Json::objectValue) : jsStatus;
 }
 
+Json::Value ServiceView::List() {
+    return Asked([](Client& client) { return client.AskAll("list"); });
+}
+
 void ServiceView::Refresh() {
     _bRefreshed = geteuid() == 0 && !Asked([](Client& client) { return client.Ask("reload"); }).isNull();
 }
@@ -90,7 +94,7 @@ std::string ServiceView::WhyRefused(const std::string& strFile) {
             return jsRefusal["text"].asString();
         }
     }
-    return "it does not say why; root may look at: vukocronctl status";
+    return geteuid() == 0 ? "it does not say why" : "it does not say why; root may look at: vukocronctl status";
 }
 
 Uptake ServiceView::WaitFor(const Service::JobId& id, const std::string& strFile,

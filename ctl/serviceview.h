@@ -36,11 +36,16 @@ public:
     Uptake WaitFor(const Service::JobId& id, const std::string& strFile, const std::optional<Json::Value>& definition);
     /// The service's status; an empty object where it cannot be asked.
     Json::Value Status();
+    /// All jobs that it shows to the caller; null where it cannot be asked.
+    Json::Value List();
+    /// What it has against a file, or where to look.
+    std::string WhyRefused(const std::string& strFile);
+    /// Why it cannot be asked; empty where it can.
+    const std::string& WhyLost() const { return _strLost; }
 
 private:
     template <typename Question>
     Json::Value Asked(const Question& question);
-    std::string WhyRefused(const std::string& strFile);
 
     std::unique_ptr<Client> _client;
     std::string _strLost; ///< why it cannot be asked

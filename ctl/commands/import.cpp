@@ -4,6 +4,7 @@
 #include "crond/cronjob.h"
 #include "ctl/command.h"
 #include "ctl/import/crontabfile.h"
+#include "ctl/import/effect.h"
 #include "ctl/import/report.h"
 #include "ctl/import/timers.h"
 #include "ctl/pager.h"
@@ -73,8 +74,11 @@ ExitStatus Run(Asked asked, const Common& common) {
     report.bGood = (asked.bSkip || report.CountRefused() == 0) && report.Count(PlannedJob::State::Conflict) == 0;
     if (report.bGood && !asked.bDryRun) {
         StorePlan(report.vecItems, report.place);
-        ServiceView(common.strRoot).Refresh();
         report.bStored = true;
+        if (report.CountToStore() > 0) {
+            ServiceView service(common.strRoot);
+            report.vecNotes.push_back(EffectOf(report.vecItems, report.place, service));
+        }
     }
     if (common.bJson) {
         PrintJson(ReportJson(report));
@@ -82,7 +86,8 @@ ExitStatus Run(Asked asked, const Common& common) {
         const Pager pager(common);
         PrintReport(std::cout, report);
     }
-    return report.bGood ? EXIT_DONE : EXIT_WRONG;
+    const bool bTaken = report.vecNotes.empty() || report.vecNotes.back().strCode != NOT_TAKEN;
+    return report.bGood && bTaken ? EXIT_DONE : EXIT_WRONG;
 }
 
 } // namespace

@@ -27,6 +27,8 @@ struct PlannedJob {
     std::optional<Found> found;
 
     std::string Name() const { return jsDefinition["name"].asString(); }
+    /// Of the file that it stands in, or will.
+    std::string Path(const Place& place) const { return found ? found->file.Path() : FileName{place, Name()}.Path(); }
 };
 
 struct PlannedItem {

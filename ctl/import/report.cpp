@@ -88,7 +88,7 @@ Json::Value ItemJson(const PlannedItem& planned, const Place& place) {
         Json::Value jsJob(Json::objectValue);
         jsJob["id"] = ToText(place.IdOf(job.Name()));
         jsJob["result"] = ToText(job.eState);
-        jsJob["file"] = job.found ? job.found->file.Path() : FileName{place, job.Name()}.Path();
+        jsJob["file"] = job.Path(place);
         jsJob["definition"] = job.jsDefinition;
         jsItem["jobs"].append(jsJob);
     }
@@ -158,7 +158,7 @@ std::string Counted(std::size_t uCount, const char* szWhat) {
 }
 
 std::string ResultText(const ImportReport& report) {
-    const std::size_t uNew = report.Count(State::New) + report.Count(State::Replacing);
+    const std::size_t uNew = report.CountToStore();
     std::string strText = report.bStored   ? Counted(uNew, "job") + " stored in " + report.place.Path()
                           : report.bGood   ? Counted(uNew, "job") + " to be stored in " + report.place.Path()
                           : report.bDryRun ? "nothing would be stored"
@@ -216,8 +216,7 @@ void PrintReport(std::ostream& out, const ImportReport& report) {
             PrintLines(out, planned);
         }
     }
-    PrintNotes(out, "all",
-               report.Count(State::New) + report.Count(State::Replacing) > 0 ? report.vecNotes : std::vector<Note>());
+    PrintNotes(out, "all", report.CountToStore() > 0 ? report.vecNotes : std::vector<Note>());
     out << "result: " << ResultText(report) << "\n";
 }
 

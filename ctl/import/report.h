@@ -22,6 +22,8 @@ struct ImportReport {
 
     std::size_t Count(PlannedJob::State eState) const;
     std::size_t CountRefused() const;
+    /// Of jobs that are new, or take the place of others.
+    std::size_t CountToStore() const { return Count(PlannedJob::State::New) + Count(PlannedJob::State::Replacing); }
 };
 
 Json::Value ReportJson(const ImportReport& report);

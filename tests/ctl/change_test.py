@@ -230,6 +230,23 @@ class Edit(Case):
         self.assertEqual(self.known("mended"), named("mended", crontab="30 22 * * 1"))
 
 
+class Import(Case):
+    def effect(self, text, *words, **options):
+        note = self.told("import", "crontab", "-", *words, text=text, **options)["notes"][-1]
+        self.assertEqual(note["code"], "next-start")
+        return note["text"]
+
+    def test_tells_what_starts_first_of_what_the_service_has_taken(self):
+        text = "30 23 31 12 * /bin/late\n30 23 * * * /bin/soon\n"
+        self.assertRegex(self.effect(text, "--user", "root"), rf"^builtin-dyn/soon comes first; {NEXT}$")
+        self.assertRegex(self.effect("30 23 * * * /bin/alone\n", "--user", "root"), rf"^builtin-dyn/alone; {NEXT}$")
+        self.assertIn("none of them is started", self.effect(text, "--user", "root", "--prefix", "off-", "--disabled"))
+        package = ROOT.package("moving", 2)
+        self.addCleanup(package.rmdir)
+        self.assertIn("pkg_nonroot/moving/a; next start: ", self.effect("1 2 * * * /bin/a\n", "--user", "bin", uid=2))
+        self.done("remove", "a", uid=2)
+
+
 class RemoveAndEnable(Case):
     def test_are_told_and_do_nothing_twice(self):
         self.done("add", "-", text=json.dumps([named("switched"), named("other-switch")]))

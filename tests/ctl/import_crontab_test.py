@@ -244,6 +244,7 @@ class Stored(unittest.TestCase):
         self.assertEqual(self.store(text).returncode, 0)
         former = self.stored()
         done = self.store("0 3 * * * /bin/other\n" + text)
+        self.assertRegex(done.stdout, r"all: note: the service cannot be reached .*; the jobs will be known when the service starts \[no-service\]\n")
         self.assertEqual((done.returncode, done.stdout.count(": existing: a")), (0, 3), done.stdout)
         self.assertEqual({name: former.get(name) for name in self.stored()}, {**former, "other": None})
 
