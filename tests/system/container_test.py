@@ -25,8 +25,11 @@ GRACE = 10  # seconds from TERM to KILL
 class Container(unittest.TestCase):
     def setUp(self):
         self.root = Root(self.enterContext(tempfile.TemporaryDirectory(prefix="vk-")))
+        self.service = None
 
     def start(self, *options, **how):
+        if self.service:
+            self.service.kill()
         self.service = self.enterContext(Service(self.root, *options, prefix=UNSHARE, **how))
         (self.first,) = map(int, self.children(self.service.process.pid))
 
@@ -75,12 +78,11 @@ class Container(unittest.TestCase):
         poll(lambda: len(self.processes()) == 1, "the orphans are gone")
 
     def test_no_launch_leaves_a_zombie(self):
-        minute = zones.Minute.at_hand()
         runs = self.root.path("runs")
         for first in range(0, JOBS, JOBS_IN_A_FILE):
             self.define_many(range(first, min(JOBS, first + JOBS_IN_A_FILE)), runs)
-        begins = zones.soon(2.5)
-        self.start(zone=minute.zone(begins))
+        self.minute = zones.Minute.at_hand()
+        minute, begins = zones.in_time(self.await_minute, 2.5)
         for number in range(MINUTES):
             zones.wait_until(begins + number * zones.MINUTE)
             poll(lambda: self.root.has_worked_up_to(zones.Minute(minute.number + number)), "a tick", patience=80)
@@ -88,6 +90,14 @@ class Container(unittest.TestCase):
         with open(runs, encoding="ascii") as file:
             self.assertEqual(len(file.read().split()), JOBS * MINUTES)
         self.assertEqual(self.root.stages(), [])
+
+    def await_minute(self, least):
+        """A service that has not seen a minute before it begins."""
+        self.minute = self.minute.next()
+        begins = zones.soon(least)
+        self.start(zone=self.minute.zone(begins))
+        zones.assert_ahead(begins)
+        return self.minute, begins
 
     def define_many(self, numbers, runs):
         path = os.path.join(self.root.path(FOLDER), f"many{numbers[0]}.conf")

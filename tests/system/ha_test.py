@@ -38,7 +38,7 @@ class Failover(HaTest):
         """A minute begins after something has happened; the job that is due in it runs on one side alone."""
         minute = zones.Minute.at_hand()
         self.pair.define("due", f"{minute.fields} * * *", "echo SIDE >>/share/due")
-        begins = zones.soon(9)
+        begins = zones.soon(12)
         for one in self.pair.sides:
             one.start_service(minute.zone(begins))
         how()

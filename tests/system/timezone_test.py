@@ -44,15 +44,21 @@ class TimeZone(MachineTest):
     def live_through(self, minute, shift):
         """One minute begins, and while the next one is waited for local time becomes `shift` minutes more. @return what
         became of each job, as minutes after the first one."""
-        begins = zones.soon()
+        return zones.in_time(lambda least: self.live(minute, shift, least))
+
+    def live(self, minute, shift, least):
+        self.machine.run("sh", "-c", "pkill -KILL -x vukocrond; rm -rf /usr/vuko/etc/vukocrond.* /run/vukocrond.*")
+        begins = zones.soon(least)
         first = self.start(minute.number * zones.MINUTE - begins)
+        zones.assert_ahead(begins)
         self.await_tick(begins)
         self.machine.run("pkill", "-x", "vukocrond")  # it goes on from there: what follows is not a minute away
         first.wait()
-        begins = zones.soon()
+        begins = zones.soon(least)
         offset = minute.next().number * zones.MINUTE - begins
         second = self.start(offset)
         self.put_zone(offset + shift * zones.MINUTE)
+        zones.assert_ahead(begins)
         self.await_tick(begins)
         self.assertIsNone(second.poll())
         return {name: [(entry["minute"] - minute.number, entry.get("reason", entry["outcome"]))

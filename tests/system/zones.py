@@ -44,5 +44,27 @@ def soon(least=1.2):
     return int(time.time() + least) + 1
 
 
+class TooLate(Exception):
+    """The machine took longer to get ready than a minute was put off for."""
+
+
+def assert_ahead(begins):
+    """Said when all is ready for a minute."""
+    if time.time() > begins - 0.3:
+        raise TooLate
+
+
+def in_time(play, least=1.2):
+    """Calls `play` with the seconds that a minute is to be put off for; again, with more of them, where the machine has so
+    much else to do that they did not do. @return what it returns."""
+    while True:
+        try:
+            return play(least)
+        except TooLate:
+            if least > MINUTE:
+                raise
+            least *= 3
+
+
 def wait_until(instant):
     time.sleep(max(0.0, instant - time.time()))
