@@ -1,5 +1,6 @@
 """The service under a real service manager: ready, reloaded, stopped, and what the journal keeps of it."""
 
+import itertools
 import os
 import re
 import tempfile
@@ -58,8 +59,10 @@ class Service(MachineTest):
         found = (re.search(r" loaded (\d+) jobs?\b", message) for message in self.messages())
         return [int(match[1]) for match in found if match]
 
-    def await_loads(self, expected):
-        poll(lambda: self.loads() == expected, f"the service has loaded {expected} jobs, one reading after the other")
+    def await_changes(self, expected):
+        """A service that watches its folders may have read a change before it is told to."""
+        poll(lambda: [count for count, _ in itertools.groupby(self.loads())] == expected,
+             f"the service has loaded {expected} jobs, one change after the other")
 
     def test_it_is_active_once_it_has_told_that_it_is_ready(self):
         self.assertEqual(self.property("ActiveState"), "active")
@@ -72,15 +75,15 @@ class Service(MachineTest):
         self.machine.write(f"{FOLDER}/nightly.conf",
                            '{"name": "nightly", "user": "root", "period": "daily", "cmd": "/bin/true"}')
         self.systemctl("reload")
-        self.await_loads([0, 1])
+        self.await_changes([0, 1])
         self.assertEqual(self.property("MainPID"), pid)
         poll(lambda: self.property("ActiveState") == "active", "the service is active again")
 
     def test_it_reads_what_is_saved_and_removed(self):
         self.assertEqual(call(self.machine, "save", "builtin-dyn", "nightly").messages, [])
-        self.await_loads([0, 1])
+        self.await_changes([0, 1])
         self.assertEqual(call(self.machine, "remove", "builtin-dyn", "nightly").messages, [])
-        self.await_loads([0, 1, 0])
+        self.await_changes([0, 1, 0])
 
     def test_after_many_saves_in_a_row_it_has_read_the_last_one(self):
         count = 20
@@ -91,7 +94,7 @@ class Service(MachineTest):
     def test_the_journal_keeps_each_message_once_under_its_name(self):
         self.machine.write(f"{FOLDER}/broken.conf", "{")
         self.systemctl("reload")
-        self.await_loads([0, 0])
+        poll(lambda: len(self.loads()) > 1, "the service has read it")
         self.systemctl("stop")
         entries = self.entries()
         self.assertEqual({entry["SYSLOG_IDENTIFIER"] for entry in entries}, {"vukocrond"})
@@ -99,7 +102,7 @@ class Service(MachineTest):
         self.assertEqual({entry["SYSLOG_FACILITY"] for entry in entries}, {FACILITY_CRON})
         self.assertEqual([entry["MESSAGE"] for entry in entries if int(entry["PRIORITY"]) <= WARNING],
                          [message for message in self.messages() if f"{FOLDER}/broken.conf" in message])
-        self.assertEqual(len([message for message in self.messages() if "broken.conf" in message]), 1)
+        self.assertEqual(len([message for message in self.messages() if "broken.conf" in message]), len(self.loads()) - 1)
         self.assertEqual(len([message for message in self.messages() if "is ready" in message]), 1)
         self.assertEqual(len([message for message in self.messages() if "stopping on SIGTERM" in message]), 1)
 
@@ -115,7 +118,7 @@ class Service(MachineTest):
         self.assertEqual(second.returncode, 1)
         self.assertIn("/var/run/vukocrond.pid", second.stderr)
         self.systemctl("reload")
-        self.await_loads([0, 0])
+        poll(lambda: self.loads() == [0, 0], "the first one has read the definitions again")
         self.assertEqual(self.property("MainPID"), pid)
 
     def test_it_starts_again_after_it_was_killed(self):
