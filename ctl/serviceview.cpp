@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "ctl/nextstarttext.h"
+#include "ctl/place.h"
 #include "ctl/toolerror.h"
 #include "service/control/protocol.h"
 #include "service/definitions/definitionpolicy.h"
@@ -33,9 +34,9 @@ bool IsKnownBy(const Json::Value& jsJob, const std::optional<Json::Value>& defin
            Service::DefinitionToText(jsJob["definition"]) == Service::DefinitionToText(*definition);
 }
 
-/// The service shows a job to root and to the job's account.
+/// The service shows a job to root, to its own account where that is another one, and to the job's account.
 bool MaySee(const Json::Value& jsDefinition) {
-    return geteuid() == 0 || Service::LookUpAccount(Service::AccountNameOf(jsDefinition)) == geteuid();
+    return MayChangeSystem() || Service::LookUpAccount(Service::AccountNameOf(jsDefinition)) == geteuid();
 }
 
 } // namespace
@@ -84,7 +85,7 @@ Json::Value ServiceView::List() {
 }
 
 void ServiceView::Refresh() {
-    _bRefreshed = geteuid() == 0 && !Asked([](Client& client) { return client.Ask("reload"); }).isNull();
+    _bRefreshed = MayChangeSystem() && !Asked([](Client& client) { return client.Ask("reload"); }).isNull();
 }
 
 std::string ServiceView::WhyRefused(const std::string& strFile) {
@@ -94,7 +95,7 @@ std::string ServiceView::WhyRefused(const std::string& strFile) {
             return jsRefusal["text"].asString();
         }
     }
-    return geteuid() == 0 ? "it does not say why" : "it does not say why; root may look at: vukocronctl status";
+    return MayChangeSystem() ? "it does not say why" : "it does not say why; root may look at: vukocronctl status";
 }
 
 Uptake ServiceView::WaitFor(const Service::JobId& id, const std::string& strFile,

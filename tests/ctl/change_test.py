@@ -445,6 +445,19 @@ class PackageAccount(Case):
             self.assertEqual(os.listdir(outside), ["target"])
 
 
+class OwnService(unittest.TestCase):
+    def test_whoever_runs_a_service_of_his_own_is_told_what_root_is(self):
+        own = rooted.Root(TOOL, SERVICE)
+        self.addCleanup(own.close)
+        for folder in (own.path, *own.path.rglob("*")):
+            os.chown(folder, NOBODY, NOBODY)
+        own.start(NOBODY)
+        ended = own.run("add", "--name", "mine", "--crontab", "30 23 * * 1", "--", "true", uid=NOBODY)
+        self.assertRegex(ended.stdout, rf"^Added builtin-dyn/mine; {NEXT}\.\n$")
+        ended = own.run("import", "crontab", "-", "--user", "root", uid=NOBODY, text="30 23 * * * /bin/soon\n")
+        self.assertRegex(ended.stdout, rf"note: builtin-dyn/soon; {NEXT} \[next-start\]")
+
+
 class Disk(Case):
     def in_namespace(self, text, *words):
         """Runs the tool where something is mounted over the folder of the system's jobs."""

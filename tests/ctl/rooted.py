@@ -13,6 +13,11 @@ FOLDERS = {"builtin": "usr/vuko/share/vukocron.d", "builtin-dyn": "usr/vuko/etc/
            "pkg_nonroot": "usr/local/etc/vukocron_nonroot.d"}
 
 
+def identity(uid):
+    """Of a process that runs as somebody else than root."""
+    return {"user": uid, "group": uid, "extra_groups": []} if uid else {}
+
+
 class Root:
     def __init__(self, tool, service):
         self.tool_program, self.service_program = tool, service
@@ -23,9 +28,9 @@ class Root:
             (self.path / folder).mkdir(parents=True)
         self.process = None
 
-    def start(self):
+    def start(self, uid=None):
         self.process = subprocess.Popen([self.service_program, "--root", self.path], stdin=subprocess.DEVNULL,
-                                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, env=ENVIRONMENT)
+                                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, env=ENVIRONMENT, **identity(uid))
         deadline = time.monotonic() + PATIENCE_SECONDS
         while self.run("role").returncode != 0:
             assert time.monotonic() < deadline and self.process.poll() is None
@@ -42,9 +47,8 @@ class Root:
 
     def run(self, *words, uid=None, text=None, before=(), **variables):
         """@param before  words that stand before the tool's, of a program that runs it."""
-        identity = {"user": uid, "group": uid, "extra_groups": []} if uid else {}
         return subprocess.run([*before, *self.command(*words)], capture_output=True, text=True, input=text, check=False,
-                              timeout=PATIENCE_SECONDS, env={**ENVIRONMENT, **variables}, **identity)
+                              timeout=PATIENCE_SECONDS, env={**ENVIRONMENT, **variables}, **identity(uid))
 
     def file(self, identity):
         """The file that the library uses for a job, FOLDER/NAME or FOLDER/PACKAGE/NAME."""
