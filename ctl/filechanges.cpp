@@ -66,10 +66,12 @@ bool RemoveDeadLink(const std::string& strPath) {
     return !S_ISLNK(stFile.st_mode) || unlink(strPath.c_str()) == 0;
 }
 
-/// What replaces a file takes its owner and mode over, which is no good where these are why it is refused.
+/// What replaces a file takes its owner and mode over, which is no good where these are why it is refused, and which
+/// only root can do with somebody else's: of what a package has brought, its account makes a file of its own.
 int Write(const FileName& file, const FileContent& before, const std::optional<Json::Value>& after) {
+    const bool bInherits = before.bIsSound && (geteuid() == 0 || geteuid() == before.uidOwner);
     return WithStore(file, before, [&](auto& store) {
-        const bool bCleared = (after && before.bIsSound) || (store.Remove() && RemoveDeadLink(file.Path()));
+        const bool bCleared = (after && bInherits) || (store.Remove() && RemoveDeadLink(file.Path()));
         return bCleared && (!after || store.Save(*after));
     });
 }

@@ -22,6 +22,11 @@ bool IsProgram(const std::string& strPath) {
 } // namespace
 
 std::string WholePathOf(const std::string& strProgram) {
+    if (strProgram.find(' ') != std::string::npos && !IsProgram(strProgram)) {
+        throw ToolError(EXIT_WRONG, "the command " + Service::Quoted(strProgram) +
+                                        " is no program: give its arguments as words of their own, as jobs are started "
+                                        "without a shell");
+    }
     if (strProgram.find('/') != std::string::npos) {
         return std::filesystem::absolute(strProgram).lexically_normal().string();
     }

@@ -30,7 +30,7 @@ Json::Value ToDefinition(const NewDefinition& wanted);
 /// The path that is stored for a program: one that is named without a slash is looked for in PATH, as nobody does when
 /// the job is started, and one that is relative begins here, where the job does not.
 ///
-/// @throws ToolError where PATH holds none.
+/// @throws ToolError where PATH holds none, and where it is a whole command line in one word.
 std::string WholePathOf(const std::string& strProgram);
 
 } // namespace VUKO::VUKOCrond::Ctl

@@ -39,7 +39,8 @@ void RequireUsage(const Asked& asked, const Common& common) {
     const bool bWords = itWord != asked.vecWords.end() || !common.vecCommand.empty();
     if (!asked.strFile.empty() && bWords) {
         BadUsage("a file says all itself: no " +
-                 (itWord != asked.vecWords.end() ? itWord->Name() : std::string("command")) + " with it");
+                 (itWord != asked.vecWords.end() ? itWord->Name() : std::string("command")) +
+                 " with it; a command stands behind --");
     }
     if (!asked.strFile.empty()) {
         return;

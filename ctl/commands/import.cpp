@@ -47,8 +47,9 @@ void RequireUsage(const Asked& asked) {
     }
 }
 
-ImportItems Convert(const Asked& asked) {
+ImportItems Convert(const Asked& asked, const Common& common) {
     UseZone(std::string());
+    (void)ServiceView(common.strRoot).Status(); // where the service runs, its zone takes the place of the caller's
     if (asked.strKind == "crontab") {
         const bool bSaid = asked.format.bSystem || !asked.format.strAccount.empty();
         const CrontabFormat format = bSaid ? asked.format : GuessFormat(asked.strFile);
@@ -60,7 +61,7 @@ ImportItems Convert(const Asked& asked) {
 
 ExitStatus Run(Asked asked, const Common& common) {
     RequireUsage(asked);
-    ImportItems items = Convert(asked);
+    ImportItems items = Convert(asked, common);
     asked.options.place = PlaceForNew(asked.strPackage);
     if (!asked.bDryRun) {
         RequireWritable(asked.options.place, "this folder");

@@ -126,6 +126,8 @@ class Add(Case):
                 (["-", "--daily"], 2, "--daily"), ([*name, "--daily", "--user", "alice", *command], 2, "--user"),
                 ([*name, "--daily", "--", "no-such-program"], 1, "is no program in PATH"),
                 ([*name, "--daily", "--package", "absent", *command], 1, "install -d -m 755 -o ACCOUNT"),
+                ([*name, "--daily", "/bin/true"], 2, "a command stands behind --"),
+                ([*name, "--daily", "--", "/bin/echo a b"], 1, "give its arguments as words of their own"),
                 (["/no/such/file"], 1, "cannot be read: No such file"), ([*name, "--daily", "--package", "a/b", *command], 1, "a/b")]:
             with self.subTest(words=words):
                 ended = self.done("add", *words, status=status)
@@ -235,6 +237,11 @@ class Import(Case):
         note = self.told("import", "crontab", "-", *words, text=text, **options)["notes"][-1]
         self.assertEqual(note["code"], "next-start")
         return note["text"]
+
+    def test_goes_by_the_zone_of_the_service_and_not_of_the_caller(self):
+        ended = self.done("import", "crontab", "-", "--user", "root", "--dry-run", text="CRON_TZ=Asia/Tokyo\n1 2 * * * /bin/x\n",
+                          TZ="Asia/Tokyo", status=1)
+        self.assertIn("its times are those of the zone Asia/Tokyo (CRON_TZ)", ended.stdout)
 
     def test_tells_what_starts_first_of_what_the_service_has_taken(self):
         text = "30 23 31 12 * /bin/late\n30 23 * * * /bin/soon\n"
@@ -370,6 +377,12 @@ class PackageAccount(Case):
         self.assertEqual(self.known("index"), {**self.JOB, "timeout": 3, "enabled": False, "period": "weekly"})
         self.done("remove", "index", uid=NOBODY)
         self.assertEqual((self.known("index"), list(self.folder.iterdir())), (None, []))
+
+    def test_makes_its_own_of_what_root_has_put_there(self):
+        path = ROOT.define("pkg_nonroot/photos/brought", {**self.JOB, "name": "brought"})
+        self.done("disable", "brought", uid=NOBODY)
+        self.assertEqual((path.stat().st_uid, ROOT.stored("pkg_nonroot/photos/brought")["enabled"]), (NOBODY, False))
+        self.done("remove", "brought", uid=NOBODY)
 
     def test_may_not_touch_what_is_others(self):
         ROOT.define("builtin-dyn/system", named("system"))
