@@ -44,7 +44,7 @@ install(TARGETS crond platform EXPORT vukocrond LIBRARY DESTINATION ${CMAKE_INST
 install(TARGETS vukocrond_service RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
 install(TARGETS vukocronctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(FILES docs/man/vukocronctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-install(FILES docs/man/vukocrond.conf.5 docs/man/vukocron.conf.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
+install(FILES docs/man/vukocron.conf.5 docs/man/vukocrond.conf.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
 install(FILES docs/man/vukocrond.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 
 # For whoever sets up a pair of machines, see docs/HA.md.

@@ -80,8 +80,10 @@ class Install(unittest.TestCase):
         self.assertRegex(run(self.tree / "sbin/vukocrond", "--version"), r"^vukocrond \d+\.\d+\.\d+\n$")
 
     def test_the_manual_pages_are_there(self):
-        for page in ("man1/vukocronctl.1", "man5/vukocrond.conf.5", "man8/vukocrond.8"):
+        for page in ("man1/vukocronctl.1", "man5/vukocron.conf.5", "man8/vukocrond.8"):
             self.assertIn("\n.Sh NAME\n", (self.tree / "share/man" / page).read_text(encoding="utf-8"))
+        other_name = (self.tree / "share/man/man5/vukocrond.conf.5").read_text(encoding="utf-8")
+        self.assertEqual(other_name, ".so man5/vukocron.conf.5\n")
 
     def test_the_completions_of_the_shells_are_there(self):
         for file, first in (("bash-completion/completions/vukocronctl", "# Bash"), ("zsh/site-functions/_vukocronctl", "#compdef")):
