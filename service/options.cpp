@@ -2,9 +2,10 @@
 
 #include <CLI/CLI.hpp>
 
-#include <map>
 #include <ostream>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace VUKO::VUKOCrond::Service {
 
@@ -22,6 +23,26 @@ std::string Complaint(const CLI::App* pApp, const CLI::Error& error) {
     return pApp->get_name() + ": " + error.what() + "\nTry '" + pApp->get_name() + " --help' for more information.\n";
 }
 
+/// An option that takes one of these words. The number that a word stands for is not taken.
+template <typename Value>
+void TakeWord(CLI::Option* pOption, const std::vector<std::pair<std::string, Value>>& vecWords) {
+    std::string strWords;
+    for (const auto& [strWord, eValue] : vecWords) {
+        strWords += (strWords.empty() ? "" : "|") + strWord;
+    }
+    pOption->type_name(strWords)->transform(CLI::Validator(
+        [vecWords, strWords](std::string& strText) -> std::string {
+            for (const auto& [strWord, eValue] : vecWords) {
+                if (strText == strWord) {
+                    strText = std::to_string(static_cast<int>(eValue));
+                    return "";
+                }
+            }
+            return "expected " + strWords + ", found \"" + strText + "\"";
+        },
+        ""));
+}
+
 } // namespace
 
 std::optional<ExitStatus> ParseOptions(int iCount, const char* const* aArguments, Options& options, std::ostream& out,
@@ -36,18 +57,16 @@ std::optional<ExitStatus> ParseOptions(int iCount, const char* const* aArguments
         ->check(CLI::Validator(CLI::ExistingDirectory).description(""));
     app.add_flag("--check", options.bCheck, "Read the definitions, print what is wrong with them, and end");
     app.add_flag("--print-schedule", options.bPrintSchedule, "Print the schedule of each job after loading");
-    app.add_option("--policy", options.ePolicy,
-                   "What to make of a clock that does not run evenly: catchup (the default) makes up for minutes that "
-                   "were passed over, literal starts what matches the wall clock and nothing else")
-        ->type_name("POLICY")
-        ->transform(CLI::CheckedTransformer(
-            std::map<std::string, ClockPolicy>{{"catchup", ClockPolicy::CatchUp}, {"literal", ClockPolicy::Literal}}));
-    app.add_option("--on-stop", options.eOnStop,
-                   "What to do with running jobs when told to stop: leave them running (the default), wait for their "
-                   "end, or terminate them")
-        ->type_name("WHAT")
-        ->transform(CLI::CheckedTransformer(std::map<std::string, OnStop>{
-            {"leave", OnStop::Leave}, {"wait", OnStop::Wait}, {"terminate", OnStop::Terminate}}));
+    TakeWord<ClockPolicy>(
+        app.add_option("--policy", options.ePolicy,
+                       "What to make of a clock that does not run evenly: catchup (the default) makes up for minutes "
+                       "that were passed over, literal starts what matches the wall clock and nothing else"),
+        {{"catchup", ClockPolicy::CatchUp}, {"literal", ClockPolicy::Literal}});
+    TakeWord<OnStop>(
+        app.add_option("--on-stop", options.eOnStop,
+                       "What to do with running jobs when told to stop: leave them running (the default), wait for "
+                       "their end, or terminate them"),
+        {{"leave", OnStop::Leave}, {"wait", OnStop::Wait}, {"terminate", OnStop::Terminate}});
     app.add_option("--role-file", options.strRoleFile, "Read the role, active or passive, from FILE")
         ->type_name("FILE");
     app.add_option("--metrics-file", options.strMetricsFile,

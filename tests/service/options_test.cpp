@@ -65,6 +65,15 @@ TEST(ServiceOptions, EndWithATextWhenAskedForOne) {
     }
 }
 
+TEST(ServiceOptions, TakeWordsAndTellWhichWhereOneIsUnknown) {
+    const Parsed parsed = Parse({"--policy", "literal", "--on-stop", "terminate"});
+    EXPECT_FALSE(parsed.status);
+    EXPECT_EQ(parsed.options.ePolicy, ClockPolicy::Literal);
+    EXPECT_EQ(parsed.options.eOnStop, OnStop::Terminate);
+    EXPECT_NE(Parse({"--policy", "foo"}).strErr.find("--policy: expected catchup|literal, found \"foo\"\n"),
+              std::string::npos);
+}
+
 TEST(ServiceOptions, RefuseWhatTheyDoNotKnow) {
     for (const std::vector<const char*>& vecArguments : {std::vector<const char*>{"--daemon"},
                                                          {"-x"},
@@ -74,6 +83,8 @@ TEST(ServiceOptions, RefuseWhatTheyDoNotKnow) {
                                                          {"--check=perhaps"},
                                                          {"--root", "/no/such/folder"},
                                                          {"--root", "/etc/passwd"},
+                                                         {"--policy", "1"},
+                                                         {"--on-stop", "kill"},
                                                          {"--", "start"}}) {
         const Parsed parsed = Parse(vecArguments);
         EXPECT_EQ(parsed.status, EXIT_BAD_USAGE) << vecArguments[0];
