@@ -52,6 +52,7 @@ private:
     CLI::Option* _pAwaitsValue = nullptr;
     int _iArguments = 0;
     bool _bOnlyArguments = false;
+    int _iProgramWords = -1; ///< how many stand behind the "--" of `add`, which begin with a program; -1: none may
     std::string _strRoot;
     std::vector<Candidate> _vecCandidates;
     std::string _strLeftToShell;
@@ -129,10 +130,13 @@ void Completer::PassOption(const std::string& strWord) {
 }
 
 void Completer::Pass(const std::string& strWord) {
-    if (_pAwaitsValue != nullptr) {
+    if (_iProgramWords >= 0) {
+        ++_iProgramWords;
+    } else if (_pAwaitsValue != nullptr) {
         TakeValue(*std::exchange(_pAwaitsValue, nullptr), strWord);
     } else if (!_bOnlyArguments && strWord == "--") {
         _bOnlyArguments = true;
+        _iProgramWords = _pCommand->check_name("add") ? 0 : -1;
     } else if (IsOption(strWord)) {
         PassOption(strWord);
     } else {
@@ -171,8 +175,8 @@ void Completer::OfferValues(CLI::Option& option, const std::string& strTyped, co
         vecValues = JobCandidates(_strRoot, strTyped);
     } else if (strName == "ZONE") {
         vecValues = ZoneCandidates();
-    } else if (vecValues.empty() && (strName == "FILE" || strName == "DIR" || strName == "COMMAND")) {
-        _strLeftToShell = strName == "FILE" ? ":files" : strName == "DIR" ? ":folders" : ":commands";
+    } else if (vecValues.empty() && (strName == "FILE" || strName == "DIR")) {
+        _strLeftToShell = strName == "FILE" ? ":files" : ":folders";
     }
     for (const Candidate& candidate : vecValues) {
         Add(strTyped, candidate, strBefore);
@@ -180,6 +184,10 @@ void Completer::OfferValues(CLI::Option& option, const std::string& strTyped, co
 }
 
 void Completer::Offer(const std::string& strTyped) {
+    if (_iProgramWords >= 0) {
+        _strLeftToShell = _iProgramWords == 0 && strTyped.find('/') == std::string::npos ? ":commands" : ":files";
+        return;
+    }
     const std::size_t uEquals = strTyped.find('=');
     if (_pAwaitsValue != nullptr) {
         OfferValues(*_pAwaitsValue, strTyped, std::string());

@@ -124,6 +124,8 @@ class Bash(Folder):
              ("vukocronctl next --tz Europe/Berl", "vukocronctl next --tz Europe/Berlin "),
              ("vukocronctl template sho", "vukocronctl template show "), ("vukocronctl role pas", "vukocronctl role passive "),
              ("vukocronctl check oth", "vukocronctl check other.conf "), ("vukocronctl check so", "vukocronctl check some\\ file.conf "),
+             ("vukocronctl add --daily -- vukocronc", "vukocronctl add --daily -- vukocronctl "),
+             ("vukocronctl add --daily -- cat oth", "vukocronctl add --daily -- cat other.conf "),
              ("vukocronctl next --file=oth", "vukocronctl next --file=other.conf "), ("vukocronctl --root roo", "vukocronctl --root root/"),
              ("vukocronctl --root root show backu", "vukocronctl --root root show backup "),
              ("vukocronctl show --root=root 'back ", "vukocronctl show --root=root 'back up' "),
