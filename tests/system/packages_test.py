@@ -2,8 +2,8 @@
 
 import json
 import os
-import shutil
 import re
+import shutil
 
 from control import Control
 from machine import poll
@@ -95,7 +95,7 @@ class Packages(MachineTest):
         self.assertEqual(self.files() ^ self.before, set())
 
     def assert_beside_the_programs(self):
-        for page in ("1 vukocronctl", "5 vukocrond.conf", "8 vukocrond"):
+        for page in ("1 vukocronctl", "5 vukocron.conf", "5 vukocrond.conf", "8 vukocrond"):
             self.assertRegex(self.machine.run("man", "--where", *page.split()).stdout, r"^/usr/share/man/man\d/")
         self.assert_shells_complete()
         page = self.machine.run("zcat", "/usr/share/man/man8/vukocrond.8.gz").stdout
@@ -169,6 +169,9 @@ class Packages(MachineTest):
         self.machine.write("/var/log/vukocrond/builtin_job.log", "what a job has said\n")
         self.machine.run("logrotate", "--force", ROTATION)
         self.control.ask("role", set="active")
+        # Of writers that were killed.
+        for folder in ("/usr/vuko/etc", "/usr/vuko/etc/vukocron.d", FOLDER, "/run"):
+            self.machine.write(f"{folder}/.vuko-1234567890.tmp", "{")
 
         self.machine.run("dpkg", "--remove", "vukocrond")
         self.assertNotEqual(self.property("ActiveState"), "active")
