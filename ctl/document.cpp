@@ -11,7 +11,6 @@
 
 #include "platform/vukojson.h"
 #include "service/definitions/jsonfault.h"
-#include "service/logtext.h"
 #include "service/uniquefd.h"
 
 namespace VUKO::VUKOCrond::Ctl {
@@ -66,29 +65,6 @@ void FindPlaces(Document& document) {
     }
 }
 
-/// What the JSON library passes over without a word: bytes that are no UTF-8, and control characters in a text.
-std::size_t FindBadByte(const std::string& strText) {
-    bool bInText = false;
-    for (std::size_t u = 0; u < strText.size(); ++u) {
-        const auto uByte = static_cast<unsigned char>(strText[u]);
-        if (uByte >= 0x80) {
-            const std::size_t uLength = uByte < 0xe0 ? 2 : uByte < 0xf0 ? 3 : 4;
-            if (u + uLength > strText.size() || Service::CountCharacters({strText.data() + u, uLength}) != 1) {
-                return u;
-            }
-            u += uLength - 1;
-        } else if (bInText && (uByte < ' ' || uByte == '\\')) {
-            if (uByte < ' ') {
-                return u;
-            }
-            ++u; // whatever is escaped
-        } else if (uByte == '"') {
-            bInText = !bInText;
-        }
-    }
-    return std::string::npos;
-}
-
 } // namespace
 
 Document ReadDocument(const std::string& strFile) {
@@ -103,7 +79,6 @@ Document ReadDocument(const std::string& strFile) {
         document.strBareReason = "is not JSON: " + fault.strText;
         document.uLine = fault.uLine;
         document.uByteColumn = fault.uColumn;
-        document.uBadByte = fault.uLine == 0 ? FindBadByte(document.strText) : std::string::npos;
     } else {
         document.strReason = document.strBareReason = std::string("cannot be read: ") + strerror(iCode);
         document.bDenied = iCode == EACCES || iCode == EPERM;

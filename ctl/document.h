@@ -16,7 +16,6 @@ struct Document {
     std::string strBareReason; ///< the same without line and column
     std::size_t uLine = 0;     ///< of the fault in a text that is no JSON, counted from 1; 0: not known
     std::size_t uByteColumn = 0;
-    std::size_t uBadByte = std::string::npos; ///< where a byte stands that no document may hold; npos: there is none
 };
 
 /// Reads a file, "-" for standard input. It may be a pipe, too.

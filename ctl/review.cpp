@@ -62,8 +62,6 @@ ReviewError WhyNoDocument(const Document& document, const SourceText& source) {
     if (document.uLine != 0) {
         const std::size_t uOffset = source.OffsetOf(document.uLine, document.uByteColumn);
         error.span = SourceSpan{uOffset, uOffset};
-    } else if (document.uBadByte != std::string::npos) {
-        error.span = SourceSpan{document.uBadByte, document.uBadByte + 1};
     }
     return error;
 }

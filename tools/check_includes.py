@@ -14,8 +14,8 @@ import cpptext
 CONTRACTS = "platform/*.h"
 LIBRARY = ["base/*.h", "logger/*.h", "crond/*.h", CONTRACTS]
 ROOMS = [f"service/{room}/*.h" for room in ("control", "definitions", "engine", "launch", "role", "state")]
-# What the rooms of the service share: texts that are fit for a log line, a descriptor that is closed.
-SHARED = ["service/logtext.h", "service/uniquefd.h"]
+# What the rooms of the service share: texts that are fit for a log line, what no JSON holds, a descriptor that is closed.
+SHARED = ["service/jsontext.h", "service/logtext.h", "service/uniquefd.h"]
 OUTCOMES = ["service/engine/jobid.h", "service/engine/outcome.h"]
 EVERYTHING = None
 

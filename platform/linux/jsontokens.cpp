@@ -43,9 +43,11 @@ private:
         if (NextIsOneOf(NUMBER_STARTS)) {
             return ReadNumber();
         }
+        // The reader passes over comments between members and behind values, whatever it is told.
+        const bool bComment = NextIsOneOf("/");
         const bool bControl = static_cast<unsigned char>(_strRest.front()) < 0x20 && !NextIsOneOf("\t\n\r");
         _strRest.remove_prefix(1);
-        return !bControl;
+        return !bControl && !bComment;
     }
 
     bool ReadNumber() {

@@ -3,8 +3,8 @@
 #include <exception>
 #include <memory>
 
-#include "service/control/jsontext.h"
 #include "service/control/protocol.h"
+#include "service/jsontext.h"
 
 namespace VUKO::VUKOCrond::Service {
 

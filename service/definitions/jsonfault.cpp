@@ -5,7 +5,9 @@
 #include <fstream>
 #include <memory>
 #include <regex>
+#include <utility>
 
+#include "service/jsontext.h"
 #include "service/logtext.h"
 
 namespace VUKO::VUKOCrond::Service {
@@ -26,12 +28,23 @@ JsonFault FirstFault(const std::string& strFaults) {
     return {Escaped(match[3].str()), std::stoul(match[1].str()), std::stoul(match[2].str())};
 }
 
-} // namespace
-
-JsonFault FindJsonFault(const std::string& strText) {
-    if (strText.find_first_not_of(" \t\r\n") == std::string::npos) {
-        return {"the file is empty"};
+/// Lines end as they do for the library: by "\n", "\r\n" or "\r".
+JsonFault FaultAt(const std::string& strText, const BadForm& bad) {
+    JsonFault fault{bad.szWhat, 1, 1};
+    for (std::size_t u = 0; u < bad.uFrom; ++u) {
+        const bool bEnd = strText[u] == '\n' || (strText[u] == '\r' && strText[u + 1] != '\n');
+        fault.uColumn = bEnd ? 1 : fault.uColumn + 1;
+        fault.uLine += bEnd ? 1 : 0;
     }
+    return fault;
+}
+
+bool IsBefore(const JsonFault& left, const JsonFault& right) {
+    return std::pair(left.uLine, left.uColumn) <= std::pair(right.uLine, right.uColumn);
+}
+
+/// What the library has against a text.
+JsonFault FindFaultOfLibrary(const std::string& strText) {
     Json::CharReaderBuilder builder;
     Json::CharReaderBuilder::strictMode(&builder.settings_);
     builder["strictRoot"] = false;
@@ -41,12 +54,27 @@ JsonFault FindJsonFault(const std::string& strText) {
     std::string strFaults;
     try {
         if (reader->parse(strText.data(), strText.data() + strText.size(), &jsIgnored, &strFaults)) {
-            return {"it holds bytes that are no UTF-8, a bare control character or a number of another form"};
+            return {};
         }
     } catch (const std::exception&) {
         return {"it is nested too deep"};
     }
     return FirstFault(strFaults);
+}
+
+} // namespace
+
+JsonFault FindJsonFault(const std::string& strText) {
+    if (strText.find_first_not_of(" \t\r\n") == std::string::npos) {
+        return {"the file is empty"};
+    }
+    JsonFault fault = FindFaultOfLibrary(strText);
+    const std::optional<BadForm> bad = FindBadForm(strText);
+    if (bad && bad->szWhat != nullptr && (fault.strText.empty() || fault.uLine != 0)) {
+        const JsonFault faultOfForm = FaultAt(strText, *bad);
+        fault = fault.strText.empty() || IsBefore(faultOfForm, fault) ? faultOfForm : fault;
+    }
+    return fault.strText.empty() ? JsonFault{"no reason is known"} : fault;
 }
 
 std::string WhyNotJson(const std::string& strText) {

@@ -252,8 +252,7 @@ TEST_F(DefinitionScanTest, TellsWhyAFileCannotBeUsed) {
                    "/b-broken.conf: is not JSON: line 1, column 10: Syntax error: value, object or array expected.",
                strFolder + "/c-empty.conf: is not JSON: the file is empty",
                strFolder + "/d-deep.conf: is not JSON: it is nested too deep",
-               strFolder + "/e-latin.conf: is not JSON: it holds bytes that are no UTF-8, a bare control character "
-                           "or a number of another form",
+               strFolder + "/e-latin.conf: is not JSON: line 1, column 13: A byte that is no UTF-8",
                strFolder + "/f-large.conf: is too large: 262146 bytes, at most 262144",
                strFolder + "/f-many.conf: holds 1001 definitions, at most 1000 are taken",
                strFolder + "/g-folder.conf: is not a regular file", strFolder + "/h-link.conf: is a symbolic link",

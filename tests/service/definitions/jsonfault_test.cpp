@@ -18,8 +18,18 @@ TEST(JsonFault, TellsWhatHasNoPlace) {
     EXPECT_EQ(WhyNotJson(""), "the file is empty");
     EXPECT_EQ(WhyNotJson(" \n"), "the file is empty");
     EXPECT_EQ(WhyNotJson(std::string(2000, '[')), "it is nested too deep");
-    EXPECT_EQ(WhyNotJson("\"\xff\""),
-              "it holds bytes that are no UTF-8, a bare control character or a number of another form");
+}
+
+TEST(JsonFault, TellsWhatTheLibraryLetsThrough) {
+    EXPECT_EQ(WhyNotJson("[1,\r\n\"\xff\"]"), "line 2, column 2: A byte that is no UTF-8");
+    EXPECT_EQ(WhyNotJson("\xef\xbb\xbf{}"), "line 1, column 1: A byte order mark: JSON has none");
+    EXPECT_EQ(WhyNotJson("{\r\"a\": 1, // one\n}"), "line 2, column 9: A comment: JSON has none");
+    EXPECT_EQ(WhyNotJson("/* one */ {}"), "line 1, column 1: A comment: JSON has none");
+    EXPECT_EQ(WhyNotJson("[\n 01]"), "line 2, column 2: A number of another form than JSON's");
+    EXPECT_EQ(WhyNotJson("[\"\t\"]"), "line 1, column 3: A bare control character in a text");
+    EXPECT_EQ(WhyNotJson("[\"\\udc00\"]"), "line 1, column 3: An escape that names no character");
+    EXPECT_EQ(WhyNotJson(std::string("[]\0", 3)), "line 1, column 3: A control character");
+    EXPECT_EQ(WhyNotJson("[1 2] // two"), "line 1, column 4: Missing ',' or ']' in array declaration");
 }
 
 TEST(JsonFault, LetsNoTextOfTheFileBeginALineOfTheLog) {

@@ -1,7 +1,4 @@
-#include "service/control/jsontext.h"
-
-#include <cstddef>
-#include <optional>
+#include "service/jsontext.h"
 
 namespace VUKO::VUKOCrond::Service {
 
@@ -123,20 +120,51 @@ std::size_t TokenPieceLength(std::string_view strText) {
     return strOthers.find(c) != std::string_view::npos || ('a' <= c && c <= 'z') ? 1 : 0;
 }
 
+constexpr const char* NO_UTF8 = "A byte that is no UTF-8";
+
+const char* WhatInString(char cBad) {
+    if (cBad == '\\') {
+        return "An escape that names no character";
+    }
+    return static_cast<unsigned char>(cBad) < ' ' ? "A bare control character in a text" : NO_UTF8;
+}
+
+const char* WhatOutside(std::string_view strText) {
+    const char c = strText[0];
+    if (strText.starts_with("\xef\xbb\xbf")) {
+        return "A byte order mark: JSON has none";
+    }
+    if (strText.starts_with("//") || strText.starts_with("/*")) {
+        return "A comment: JSON has none";
+    }
+    if (IsDigit(c) || c == '-' || c == '+' || c == '.') {
+        return "A number of another form than JSON's";
+    }
+    if (static_cast<unsigned char>(c) < ' ') {
+        return "A control character";
+    }
+    return CharacterLength(strText) == 0 ? NO_UTF8 : nullptr;
+}
+
 } // namespace
 
-bool HasStrictForm(std::string_view strText) {
+std::optional<BadForm> FindBadForm(std::string_view strText) {
     bool bInString = false;
-    while (!strText.empty()) {
-        const bool bQuote = strText[0] == '"';
-        const std::size_t uLength = bQuote ? 1 : bInString ? StringPieceLength(strText) : TokenPieceLength(strText);
+    for (std::size_t uAt = 0; uAt < strText.size();) {
+        const std::string_view strRest = strText.substr(uAt);
+        const bool bQuote = strRest[0] == '"';
+        const std::size_t uLength = bQuote ? 1 : bInString ? StringPieceLength(strRest) : TokenPieceLength(strRest);
         if (uLength == 0) {
-            return false;
+            return BadForm{uAt, bInString ? WhatInString(strRest[0]) : WhatOutside(strRest)};
         }
         bInString = bInString != bQuote;
-        strText.remove_prefix(uLength);
+        uAt += uLength;
     }
-    return !bInString;
+    return bInString ? std::optional<BadForm>({strText.size(), nullptr}) : std::nullopt;
+}
+
+bool HasStrictForm(std::string_view strText) {
+    return !FindBadForm(strText);
 }
 
 } // namespace VUKO::VUKOCrond::Service

@@ -1,4 +1,4 @@
-#include "service/control/jsontext.h"
+#include "service/jsontext.h"
 
 #include <gtest/gtest.h>
 
