@@ -18,6 +18,9 @@ namespace {
 
 using Service::SimEvent;
 
+/// Three hundred years: what is more is a mistake, and must not lead out of the calendar.
+constexpr std::int64_t SECONDS_MAX = 10'000'000'000;
+
 struct Shape {
     SimEvent::Kind eKind;
     bool bHasSeconds;
@@ -42,10 +45,13 @@ bool ReadSeconds(const std::string& strText, bool bSigned, std::int64_t& iSecond
     }
     pBegin += bHasSign && *pBegin == '+' ? 1 : 0;
     const auto [pRead, eError] = std::from_chars(pBegin, pEnd, iSeconds);
-    return eError == std::errc() && pRead == pEnd && pBegin != pEnd;
+    return eError == std::errc() && pRead == pEnd && -SECONDS_MAX <= iSeconds && iSeconds <= SECONDS_MAX;
 }
 
-bool ReadLine(const std::string& strLine, SimEvent& event) {
+/// @return why the line holds no event; empty when it does.
+std::string ReadLine(const std::string& strLine, std::time_t tFrom, SimEvent& event) {
+    const std::string strNone = "expected TIME and one of: clock +SECONDS, clock -SECONDS, down SECONDS, hibernate "
+                                "SECONDS, passive, active";
     std::istringstream words(strLine);
     std::string strTime;
     std::string strKind;
@@ -54,16 +60,23 @@ bool ReadLine(const std::string& strLine, SimEvent& event) {
     words >> strTime >> strKind >> strSeconds >> strMore;
     const auto itShape = Shapes().find(strKind);
     if (itShape == Shapes().end() || !strMore.empty() || strSeconds.empty() == itShape->second.bHasSeconds) {
-        return false;
+        return strNone;
     }
-    event.tInstant = ParseTime(strTime);
     event.eKind = itShape->second.eKind;
-    return !itShape->second.bHasSeconds || ReadSeconds(strSeconds, itShape->second.bSigned, event.iSeconds);
+    if (itShape->second.bHasSeconds && !ReadSeconds(strSeconds, itShape->second.bSigned, event.iSeconds)) {
+        return strNone;
+    }
+    try {
+        event.tInstant = ParseTime(strTime);
+    } catch (const ToolError& error) { // of a file, and not of the command line
+        return error.what();
+    }
+    return event.tInstant < tFrom ? strTime + " lies before --from" : std::string();
 }
 
 } // namespace
 
-std::vector<SimEvent> ReadEvents(const std::string& strFile) {
+std::vector<SimEvent> ReadEvents(const std::string& strFile, std::time_t tFrom) {
     std::ifstream file;
     if (strFile != "-") {
         file.open(strFile);
@@ -82,10 +95,8 @@ std::vector<SimEvent> ReadEvents(const std::string& strFile) {
             continue;
         }
         SimEvent event;
-        if (!ReadLine(strLine, event)) {
-            throw ToolError(EXIT_WRONG, strFile + ":" + std::to_string(iLine) +
-                                            ": expected TIME and one of: clock +SECONDS, clock -SECONDS, down SECONDS, "
-                                            "hibernate SECONDS, passive, active");
+        if (const std::string strReason = ReadLine(strLine, tFrom, event); !strReason.empty()) {
+            throw ToolError(EXIT_WRONG, strFile + ":" + std::to_string(iLine) + ": " + strReason);
         }
         vecEvents.push_back(event);
     }

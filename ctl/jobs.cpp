@@ -8,6 +8,7 @@
 #include "ctl/document.h"
 #include "ctl/fields.h"
 #include "ctl/toolerror.h"
+#include "service/definitions/definitionpolicy.h"
 #include "service/definitions/definitionreason.h"
 
 namespace VUKO::VUKOCrond::Ctl {
@@ -35,6 +36,15 @@ Job Built(const Json::Value& jsDefinition, const std::string& strSchedule) {
     job.strSchedule = strSchedule.empty() ? Service::ScheduleToText(record) : strSchedule;
     job.schedule = Service::Schedule(job.strSchedule);
     return job;
+}
+
+/// What the service has against it. What it is called and whose it is has no say in when it starts, so that definitions
+/// may be looked at of which that is still to be settled.
+std::string WhyRefusedWherever(Json::Value jsDefinition) {
+    jsDefinition["name"] = "job";
+    jsDefinition["user"] = "root";
+    jsDefinition.removeMember("package_username");
+    return Service::WhyRefused(jsDefinition, Service::DefinitionOrigin());
 }
 
 /// The one of the list alone: of very many jobs, one by one cannot be asked about.
@@ -71,7 +81,10 @@ Job JobOfListing(Client& client, const Json::Value& jsJob) {
 } // namespace
 
 Job JobOfDefinition(const Json::Value& jsDefinition, const std::string& strWhere) {
-    const std::string strReason = Service::WhyInvalid(jsDefinition);
+    std::string strReason = Service::WhyInvalid(jsDefinition);
+    if (strReason.empty()) {
+        strReason = WhyRefusedWherever(jsDefinition);
+    }
     if (!strReason.empty()) {
         throw ToolError(EXIT_WRONG, strWhere + ": " + strReason);
     }

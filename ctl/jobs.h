@@ -10,7 +10,7 @@ namespace VUKO::VUKOCrond::Ctl {
 
 /// A job of a definition, with its values drawn for the occasion.
 ///
-/// @throws ToolError where the library refuses it, with the reason.
+/// @throws ToolError where the library or the service refuses it, with the reason.
 Service::Job JobOfDefinition(const Json::Value& jsDefinition, const std::string& strWhere);
 
 /// The job that a five-field text makes; its name is "crontab".

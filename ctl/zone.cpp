@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iterator>
 #include <regex>
+#include <set>
 
 #include "ctl/toolerror.h"
 
@@ -16,6 +17,9 @@ namespace {
 
 constexpr const char* ZONE_FOLDER = "/usr/share/zoneinfo";
 constexpr int TM_YEAR_BASE = 1900;
+/// The years 1 to 9999, but for a day at either end: others cannot be written as a local time.
+constexpr std::int64_t EPOCH_MIN = -62135510400;
+constexpr std::int64_t EPOCH_MAX = 253402214400;
 
 bool IsKnownZone(const std::string& strZone) {
     if (strZone == "UTC" || strZone == "GMT") {
@@ -65,23 +69,24 @@ std::string Formatted(std::time_t tInstant, const char* szFormat) {
     return std::string(szText, std::strftime(szText, sizeof(szText), szFormat, &tmLocal));
 }
 
-/// The first instant at which the wall clock shows that time.
-std::time_t FirstInstantOf(const std::tm& tmWanted) {
-    std::time_t tFirst = -1;
-    for (const int iDst : {1, 0}) {
-        std::tm tmTried = tmWanted;
-        tmTried.tm_isdst = iDst;
-        const std::time_t tTried = mktime(&tmTried);
-        if (SameWallTime(LocalTime(tTried), tmWanted) && (tFirst == -1 || tTried < tFirst)) {
-            tFirst = tTried;
+/// The first instant at which the wall clock shows that time; one that it never shows is counted on from before the
+/// gap.
+///
+/// Not by mktime(): what it makes of a time that comes twice or never is not the same in each zone.
+std::time_t FirstInstantOf(std::tm tmWanted) {
+    constexpr std::time_t HOUR = 3600;
+    const std::tm tmShown = tmWanted;
+    const std::time_t tUtc = timegm(&tmWanted);
+    std::set<long> setOffsets; // those that the zone has around that time; the change of a day is one of 24 hours
+    for (std::time_t tNear = tUtc - 26 * HOUR; tNear <= tUtc + 26 * HOUR; tNear += HOUR) {
+        setOffsets.insert(LocalTime(tNear).tm_gmtoff);
+    }
+    for (auto it = setOffsets.rbegin(); it != setOffsets.rend(); ++it) {
+        if (SameWallTime(LocalTime(tUtc - *it), tmShown)) {
+            return tUtc - *it;
         }
     }
-    if (tFirst != -1) {
-        return tFirst;
-    }
-    std::tm tmTried = tmWanted;
-    tmTried.tm_isdst = -1;
-    return mktime(&tmTried);
+    return tUtc - *setOffsets.begin();
 }
 
 bool IsDate(const std::tm& tmWanted) {
@@ -154,7 +159,7 @@ std::time_t ParseTime(const std::string& strText) {
         std::int64_t iEpoch = 0;
         const char* const pEnd = strText.data() + strText.size();
         const auto [pRead, eError] = std::from_chars(strText.data() + 1, pEnd, iEpoch);
-        if (eError != std::errc() || pRead != pEnd) {
+        if (eError != std::errc() || pRead != pEnd || iEpoch < EPOCH_MIN || iEpoch > EPOCH_MAX) {
             RefuseTime(strText);
         }
         return static_cast<std::time_t>(iEpoch);

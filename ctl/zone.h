@@ -21,8 +21,8 @@ bool IsSameZone(const std::string& strOne, const std::string& strOther);
 /// Makes the zone that of the service, as its status tells it: jobs start by its wall clock, whatever TZ is here.
 void UseServiceZone(const Json::Value& jsStatus);
 
-/// Reads "@EPOCH" or local "YYYY-MM-DDTHH:MM[:SS]". A local time that comes twice means the first; one that never comes
-/// means the instant as far after the gap.
+/// Reads "@EPOCH" or local "YYYY-MM-DDTHH:MM[:SS]", of the years 1 to 9999. A local time that comes twice means the
+/// first; one that never comes means the instant as far after the gap.
 ///
 /// @throws ToolError
 std::time_t ParseTime(const std::string& strText);

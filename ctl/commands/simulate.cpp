@@ -148,10 +148,7 @@ ExitStatus Run(const Asked& asked, const Common& common) {
         throw ToolError(EXIT_BAD_USAGE, "--to lies before --from");
     }
     const std::vector<SimEvent> vecEvents =
-        asked.strEvents.empty() ? std::vector<SimEvent>() : ReadEvents(asked.strEvents);
-    if (!vecEvents.empty() && vecEvents.front().tInstant < tFrom) {
-        throw ToolError(EXIT_WRONG, asked.strEvents + ": an event lies before --from");
-    }
+        asked.strEvents.empty() ? std::vector<SimEvent>() : ReadEvents(asked.strEvents, tFrom);
     Record record;
     Simulator simulator({asked.ePolicy, asked.iMaxDelay},
                         JobTable(JobsToSimulate(asked.vecFiles, common.strRoot, tFrom)));

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <ctime>
 #include <functional>
+#include <limits>
 #include <vector>
 
 #include "service/engine/engine.h"
@@ -46,6 +47,9 @@ public:
     const JobTable& Jobs() const { return _table; }
 
 private:
+    /// Before any instant, and with room for what is added.
+    static constexpr std::time_t NOT_YET = std::numeric_limits<std::time_t>::min() / 2;
+
     void Happen(const SimEvent& event);
     void PassUndisturbed(const ClockReading& reading);
     void Tick(const ClockReading& reading, const Told& told);
@@ -53,8 +57,8 @@ private:
     Settings _settings;
     JobTable _table;
     std::time_t _tNow = 0;
-    std::time_t _tDownUntil = 0;
-    std::time_t _tAsleepUntil = 0;
+    std::time_t _tDownUntil = NOT_YET;
+    std::time_t _tAsleepUntil = NOT_YET;
     std::time_t _tLastTick = 0;
     std::int64_t _iWorkedUpTo = 0;
     std::int64_t _iLastMinute = 0;

@@ -161,11 +161,34 @@ class Simulate(unittest.TestCase):
         with tempfile.NamedTemporaryFile("w", suffix=".conf") as jobs:
             json.dump(self.JOBS, jobs)
             jobs.flush()
-            for line in ["2026-06-01T01:00 clock 60", "2026-06-01T01:00 down", "2026-06-01T01:00 active now"]:
+            none = "expected TIME and one of"
+            for line, reason in [("2026-06-01T01:00 clock 60", none), ("2026-06-01T01:00 down", none),
+                                 ("2026-06-01T01:00 active now", none), ("2026-06-01T01:00 down 9223372036854775807", none),
+                                 ("1 o'clock passive", none), ("noon passive", '"noon" is no time'),
+                                 ("2026-05-31T23:59 passive", "2026-05-31T23:59 lies before --from")]:
                 done = tool("simulate", "--from", "2026-06-01T00:00", "--to", "2026-06-01T02:00", "--events", "-", jobs.name,
                             text="\n" + line + "\n")
-                self.assertEqual(done.returncode, 1)
-                self.assertIn("-:2: expected TIME and one of", done.stderr)
+                self.assertEqual((done.returncode, done.stdout), (1, ""))
+                self.assertIn("-:2: " + reason, done.stderr)
+
+    def test_takes_no_definition_that_the_service_refuses(self):
+        for change, reason in [({"enabled": "no"}, 'field "enabled": expected true or false, found a text'),
+                               ({"timeout": 2**31}, 'field "timeout": 2147483648 is not in 0..2147483647')]:
+            text = json.dumps([self.JOBS[0], {**self.JOBS[0], **change}])
+            done = tool("simulate", "--from", "@0", "--to", "@60", "-", text=text)
+            self.assertEqual((done.returncode, done.stdout), (1, ""))
+            self.assertIn("-: definition 2: " + reason, done.stderr)
+
+    def test_begins_when_the_wall_clock_says_so(self):
+        text = json.dumps({**self.JOBS[0], "crontab": "* * * * *"})
+        for zone, time_of_day, epoch in [
+                ("Antarctica/Casey", "2010-03-05T01:00", 1267711200),  # comes twice, and neither is daylight saving time
+                ("Pacific/Apia", "2011-12-30T12:00", 1325282400),  # a day that is left out
+                ("Africa/Casablanca", "2026-03-22T02:30", 1774146600),  # left out where winter is the saving
+                ("Europe/Berlin", "2026-03-29T02:30", 1774747800), ("UTC", "1969-12-31T23:59", -60)]:
+            done = tool("simulate", "--from", time_of_day, "--to", time_of_day, "--tz", zone, "--json", "-", text=text)
+            self.assertEqual([start["epoch"] for start in json.loads(done.stdout)["starts"]], [epoch], zone)
+        self.assertEqual(tool("simulate", "--from", "@999999999999999", "--to", "@0", "-", text=text).returncode, 2)
 
 
 class Review(unittest.TestCase):
