@@ -8,6 +8,7 @@
 
 #include "crond/cronjob.h"
 #include "ctl/document.h"
+#include "ctl/text.h"
 #include "service/definitions/definitionfile.h"
 #include "service/definitions/definitionpolicy.h"
 #include "service/definitions/definitionreason.h"
@@ -70,6 +71,11 @@ struct FileChecker::Folder {
     bool bOfService = false; ///< whether the service reads here
     Service::DefinitionOrigin origin = {};
     std::string strReason = {}; ///< why nothing here is taken
+
+    /// The same for each name of one file, but for links to it.
+    std::string PathOf(const std::string& strFile) const {
+        return strPath + "/" + fs::path(strFile).filename().string();
+    }
 };
 
 FileChecker::Folder FileChecker::FolderOf(const std::string& strFile) {
@@ -140,6 +146,7 @@ void FileChecker::CheckFile(const std::string& strFile) {
     Document document = ReadDocument(strFile);
     CheckedFile file{strFile, SourceText(std::move(document.strText))};
     const Folder folder = strFile == "-" ? Folder{"-"} : FolderOf(strFile);
+    ForgetNamesOf(folder.PathOf(strFile));
     if (document.strReason.empty()) {
         LookAtDocument(file, folder, document.jsValue);
     } else {
@@ -189,7 +196,8 @@ void FileChecker::LookAtDocument(CheckedFile& file, const Folder& folder, const 
     if (bArray && jsDocument.empty()) {
         Warn(file.review, "no-definitions", "the file holds no definition");
     }
-    for (Json::ArrayIndex i = 0; i < (bArray ? jsDocument.size() : 1); ++i) {
+    const Json::ArrayIndex uCount = bArray ? jsDocument.size() : 1;
+    for (Json::ArrayIndex i = 0; i < std::min<Json::ArrayIndex>(uCount, Service::DEFINITIONS_IN_FILE_MAX); ++i) {
         const Json::Value& jsDefinition = bArray ? jsDocument[i] : jsDocument;
         const std::string strWhere = bArray ? Service::LabelOf(i, jsDefinition) + ": " : std::string();
         Review review = ReviewDefinition(jsDefinition, folder.origin);
@@ -204,9 +212,15 @@ void FileChecker::LookAtDocument(CheckedFile& file, const Folder& folder, const 
         }
         for (ReviewWarning& warning : review.vecWarnings) {
             warning.strText.insert(0, strWhere);
+            warning.uDefinition = i;
             file.review.vecWarnings.push_back(std::move(warning));
         }
     }
+}
+
+/// One who names a file twice has it looked at twice, and defines nothing twice.
+void FileChecker::ForgetNamesOf(const std::string& strPath) {
+    std::erase_if(_mapTaken, [&](const auto& taken) { return taken.second.second == strPath; });
 }
 
 /// What a name has to do with those of other definitions.
@@ -216,9 +230,11 @@ void FileChecker::LookAtName(Review& review, const CheckedFile& file, const Fold
         return;
     }
     const std::string strName = jsDefinition["name"].asString();
-    const auto [itTaken, bFirst] = _mapTaken.emplace(std::pair(folder.strPath, strName), file.strFile);
+    const auto [itTaken, bFirst] =
+        _mapTaken.emplace(std::pair(folder.strPath, strName), std::pair(file.strFile, folder.PathOf(file.strFile)));
     if (!bFirst) {
-        const std::string strOther = itTaken->second == file.strFile ? "before" : "in " + itTaken->second;
+        const std::string& strFirst = itTaken->second.first;
+        const std::string strOther = strFirst == file.strFile ? "before" : "in " + Readable(strFirst);
         review.vecWarnings.push_back(
             {{"repeated-name",
               Quoted(strName) + " is defined " + strOther + " already, and the first one holds",

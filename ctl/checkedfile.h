@@ -32,13 +32,14 @@ private:
     static Folder FolderOf(const std::string& strFile);
     void CheckFolder(const std::string& strFolder);
     void CheckFile(const std::string& strFile);
+    void ForgetNamesOf(const std::string& strPath);
     void LookAtFile(CheckedFile& file, const Folder& folder) const;
     void LookAtDocument(CheckedFile& file, const Folder& folder, const Json::Value& jsDocument);
     void LookAtName(Review& review, const CheckedFile& file, const Folder& folder, const Json::Value& jsDefinition);
 
     std::vector<CheckedFile> _vecFiles;
-    /// Folder and name of each definition that was met, and its file.
-    std::map<std::pair<std::string, std::string>, std::string> _mapTaken;
+    /// Folder and name of each definition that was met, and its file, as it was named and its path.
+    std::map<std::pair<std::string, std::string>, std::pair<std::string, std::string>> _mapTaken;
 };
 
 } // namespace VUKO::VUKOCrond::Ctl

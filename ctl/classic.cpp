@@ -172,7 +172,8 @@ std::optional<ClassicText> ReadClassic(const std::string& strText) {
 }
 
 std::optional<std::string> RewriteClassic(const std::string& strText) {
-    const auto itWord = WORDS.find(strText);
+    const std::vector<std::string> vecWords = SplitWords(strText);
+    const auto itWord = vecWords.size() == 1 ? WORDS.find(vecWords.front()) : WORDS.end();
     if (itWord != WORDS.end()) {
         return itWord->second;
     }

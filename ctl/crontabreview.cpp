@@ -16,6 +16,25 @@ namespace {
 using Service::Quoted;
 
 constexpr const char* FIELD_NAMES[] = {"minute", "hour", "day", "month", "weekday"};
+constexpr const char* WHITE_SPACE = " \t\n\v\f\r";
+
+/// What the library takes for fields; where that are not five, what is parted by anything like a blank.
+std::vector<Piece> FieldsOf(const Piece& text) {
+    std::vector<Piece> vecFields = PiecesOf(text, " ");
+    return vecFields.size() == FIELD_COUNT ? vecFields : PiecesOf(text, WHITE_SPACE);
+}
+
+/// An item without what the library passes over around a number.
+Piece WithoutWhiteSpace(const Piece& item) {
+    const std::size_t uBegin = std::min(item.strText.find_first_not_of(WHITE_SPACE), item.strText.size());
+    const std::size_t uEnd = item.strText.find_last_not_of(WHITE_SPACE) + 1;
+    return uBegin < uEnd ? Piece{item.strText.substr(uBegin, uEnd - uBegin), item.uFrom + uBegin} : item;
+}
+
+/// Whether a classic crontab joins this day field to the other one by AND.
+bool BeginsWithStar(const Piece& field) {
+    return field.strText.front() == '*';
+}
 
 bool IsAny(const Piece& field) {
     const std::vector<Piece> vecItems = PiecesOf(field, ",");
@@ -27,11 +46,13 @@ bool HoldsLetter(const std::string& strText) {
                        [](char c) { return ('a' <= c && c <= 'z') || ('A' <= c && c <= 'Z'); });
 }
 
-/// "05" and "5" are the same value.
+/// "05", "+5" and "5" are the same value.
 std::string ValueOf(const std::string& strItem) {
     int iValue = 0;
-    const auto [pEnd, eError] = std::from_chars(strItem.data(), strItem.data() + strItem.size(), iValue);
-    const bool bNumber = eError == std::errc() && pEnd == strItem.data() + strItem.size();
+    const bool bPlus = strItem.size() > 1 && strItem[0] == '+' && strItem[1] != '-';
+    const char* const pEndOfItem = strItem.data() + strItem.size();
+    const auto [pEnd, eError] = std::from_chars(strItem.data() + (bPlus ? 1 : 0), pEndOfItem, iValue);
+    const bool bNumber = eError == std::errc() && pEnd == pEndOfItem;
     return bNumber ? std::to_string(iValue) : strItem;
 }
 
@@ -99,7 +120,7 @@ Dates DatesOf(const ClassicText& text) {
 class CrontabReview {
 public:
     explicit CrontabReview(const std::string& strCrontab)
-        : _text{strCrontab}, _vecFields(PiecesOf(_text, " \t\n\v\f\r")), _rewrite(RewriteClassic(strCrontab)) {
+        : _text{strCrontab}, _vecFields(FieldsOf(_text)), _rewrite(RewriteClassic(strCrontab)) {
         if (_rewrite && SplitWords(*_rewrite) == SplitWords(strCrontab) && !IsParted()) {
             _rewrite.reset(); // it says so already
         }
@@ -109,7 +130,7 @@ public:
         if (IsParted()) {
             Warn("tab", {_text.strText, 0}, "the fields are parted by blanks here, and by nothing else");
         }
-        if (_vecFields.size() == 1 && _text.strText[_vecFields[0].uFrom] == '@') {
+        if (_vecFields.size() == 1 && _vecFields[0].strText[0] == '@') {
             Warn("macro", _vecFields[0], Quoted(_vecFields[0].strText) + ": there are no such words here");
         }
         for (std::size_t u = 0; u < _vecFields.size() && _vecFields.size() == FIELD_COUNT; ++u) {
@@ -127,10 +148,7 @@ private:
     bool IsParted() const { return _vecFields.size() == FIELD_COUNT && PiecesOf(_text, " ").size() != FIELD_COUNT; }
 
     void Warn(const char* szCode, const Piece& where, const std::string& strText) {
-        const bool bToldAlready = std::any_of(_vecWarnings.begin(), _vecWarnings.end(), [&](const Warning& warning) {
-            return warning.strCode == szCode && warning.strText == strText;
-        });
-        if (!bToldAlready) {
+        if (_setTold.emplace(szCode, strText).second) {
             _vecWarnings.push_back(
                 {szCode, strText, {"crontab", std::nullopt, where.uFrom, where.strText.size()}, _rewrite});
         }
@@ -144,6 +162,7 @@ private:
     std::vector<Piece> _vecFields;
     std::optional<std::string> _rewrite;
     std::vector<Warning> _vecWarnings;
+    std::set<std::pair<std::string, std::string>> _setTold; ///< codes and texts
 };
 
 void CrontabReview::LookAtField(std::size_t uField) {
@@ -153,7 +172,11 @@ void CrontabReview::LookAtField(std::size_t uField) {
         Warn("never", field, std::string("the ") + FIELD_NAMES[uField] + " has no value and never matches");
     }
     std::set<std::string> setItems;
-    for (const Piece& item : vecItems) {
+    for (const Piece& whole : vecItems) {
+        if (_vecWarnings.size() >= WARNINGS_MAX) {
+            return;
+        }
+        const Piece item = WithoutWhiteSpace(whole);
         LookAtItem(uField, item);
         if (!setItems.insert(ValueOf(item.strText)).second && item.strText.find('~') == std::string::npos) {
             Warn("repeated-item", item, Quoted(item.strText) + " stands more than once in " + Quoted(field.strText));
@@ -174,13 +197,15 @@ void CrontabReview::LookAtItem(std::size_t uField, const Piece& item) {
         Warn("step", item, strShown + ": there are no steps here");
     } else if (strItem.find('-', 1) != std::string::npos) {
         Warn("range", item, strShown + ": a range is no list of its values here; \"~\" makes a random value of it");
-    } else if (uField == WEEKDAY && strItem == "7") {
+    } else if (uField == WEEKDAY && ValueOf(strItem) == "7") {
         Warn("sunday", item, "Sunday is 0 here, and only 0");
     }
 }
 
 void CrontabReview::LookAtDays() {
-    if (!IsAny(_vecFields[DAY]) && !IsAny(_vecFields[WEEKDAY])) {
+    const bool bJoinedByOrElsewhere = !BeginsWithStar(_vecFields[DAY]) && !BeginsWithStar(_vecFields[WEEKDAY]);
+    const bool bAnyHere = IsAny(_vecFields[DAY]) && IsAny(_vecFields[WEEKDAY]); // then both mean every day
+    if (bJoinedByOrElsewhere && !bAnyHere) {
         Warn("days-joined-by-and", _vecFields[WEEKDAY],
              "the day of the month and the weekday have to match both here; in a classic crontab one of them is "
              "enough");

@@ -259,7 +259,11 @@ std::string MeantBy(const std::string& strKey) {
 
 /// Keys that begin with "_", "#" or "/" are what people use for comments, which JSON has not.
 void DefinitionReview::LookAtUnknownMembers() {
+    const std::size_t uMost = _vecWarnings.size() + WARNINGS_MAX;
     for (const std::string& strKey : _js.getMemberNames()) {
+        if (_vecWarnings.size() == uMost) {
+            return;
+        }
         const bool bComment = !strKey.empty() && std::string_view("_#/").find(strKey.front()) != std::string_view::npos;
         if (bComment || std::find(MEMBERS.begin(), MEMBERS.end(), strKey) != MEMBERS.end()) {
             continue;

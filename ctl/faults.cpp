@@ -43,7 +43,7 @@ Json::Value GoodValueOf(const std::string& strField, const Json::Value& jsDefini
 /// becomes "*" with a tail, which is dropped: so the places of the other items stay what they are.
 void Mend(Json::Value& jsDefinition, const DefinitionPlace& place) {
     Json::Value& jsMember = jsDefinition[place.strField];
-    if (place.element) {
+    if (place.element && jsMember.isArray()) { // the library counts the members of an object as well
         jsMember[*place.element] = "/bin/true";
     } else if (place.uCount != 0) {
         std::string strText = jsMember.asString();

@@ -23,6 +23,7 @@ struct ReviewError {
 
 struct ReviewWarning : Warning {
     std::optional<SourceSpan> span = {};
+    std::size_t uDefinition = 0; ///< which one of a file
 };
 
 struct Review {

@@ -40,6 +40,12 @@ private:
     std::size_t _uWidth;
 };
 
+/// Whether two warnings are about the same five fields, and so have one rewrite.
+bool IsOfSameText(const ReviewWarning& left, const ReviewWarning& right) {
+    return left.uDefinition == right.uDefinition && left.place.strField == right.place.strField &&
+           left.rewrite == right.rewrite;
+}
+
 } // namespace
 
 void PrintReview(std::ostream& out, const std::string& strWhere, const Review& review, const SourceText& source) {
@@ -50,14 +56,16 @@ void PrintReview(std::ostream& out, const std::string& strWhere, const Review& r
             << "\n";
         telling.Point(error.span);
     }
-    for (const ReviewWarning& warning : review.vecWarnings) {
+    for (std::size_t u = 0; u < review.vecWarnings.size(); ++u) {
+        const ReviewWarning& warning = review.vecWarnings[u];
         const std::string& strField = warning.place.strField;
         telling.Begin(warning.span);
         out << Styled(Style::Warn, "warning:") << " "
             << (strField.empty() ? "" : "field " + Service::Quoted(strField) + ": ") << warning.strText << " ["
             << warning.strCode << "]\n";
         telling.Point(warning.span);
-        if (warning.rewrite) {
+        const bool bSaidAgain = u + 1 < review.vecWarnings.size() && IsOfSameText(warning, review.vecWarnings[u + 1]);
+        if (warning.rewrite && !bSaidAgain) {
             telling.Begin(warning.span);
             out << Styled(Style::Strong, "note:") << " as in a classic crontab: \"" << *warning.rewrite << "\"\n";
         }

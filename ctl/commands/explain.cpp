@@ -7,6 +7,7 @@
 #include "ctl/meaning.h"
 #include "ctl/nextstarts.h"
 #include "ctl/reviewtext.h"
+#include "ctl/toolerror.h"
 #include "ctl/zone.h"
 
 namespace VUKO::VUKOCrond::Ctl {
@@ -14,6 +15,15 @@ namespace VUKO::VUKOCrond::Ctl {
 namespace {
 
 constexpr std::size_t SHOWN_STARTS = 3;
+
+const std::string& OnlyOne(const std::vector<std::string>& vecArguments) {
+    if (vecArguments.size() != 1) {
+        throw ToolError(EXIT_BAD_USAGE, "expected five fields in one argument, found " +
+                                            std::to_string(vecArguments.size()) +
+                                            " arguments: put quotes around the fields");
+    }
+    return vecArguments.front();
+}
 
 ExitStatus Run(const std::string& strCrontab, const Common& common) {
     UseZone(std::string());
@@ -45,16 +55,20 @@ ExitStatus Run(const std::string& strCrontab, const Common& common) {
     for (const Json::Value& jsStart : jsResult["next"]) {
         std::cout << "Next: " << jsStart["local"].asString() << "\n";
     }
+    if (bValid && jsResult["next"].empty()) {
+        std::cout << "Next: not within " << LOOK_AHEAD_YEARS << " years\n";
+    }
     return bValid ? EXIT_DONE : EXIT_WRONG;
 }
 
 } // namespace
 
 void AddExplain(CLI::App& app, Common& common) {
-    const auto strCrontab = std::make_shared<std::string>();
+    // Several are taken, so that whoever forgot the quotes is told of them and not of what the shell made of a "*".
+    const auto vecArguments = std::make_shared<std::vector<std::string>>();
     AddCommand(app, common, "explain", "Tell in words what five fields mean here",
-               [strCrontab, &common] { return Run(*strCrontab, common); })
-        .Option("CRONTAB", *strCrontab, "Five fields, in one argument")
+               [vecArguments, &common] { return Run(OnlyOne(*vecArguments), common); })
+        .Option("CRONTAB", *vecArguments, "Five fields, in one argument")
         .Required();
 }
 

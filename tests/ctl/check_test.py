@@ -77,7 +77,7 @@ class Positions(unittest.TestCase):
         self.assert_error('[\r\n {"name": "a", "user": "root", "period": "d", "cmd": "/x"},\r {"name": "b"}\n, 7]'
                           .replace(' {"name": "b"}\n, 7', " 7"), 3, 2, "definition 2: expected an object")
         self.assert_error("[\n\n  1.5e]", 3, 3, "is not JSON: line 3, column 3")
-        self.assert_error('["\u00e9\\"", "x",\n "\tx"]', 2, 3, "is not JSON: it holds bytes")
+        self.assert_error('["\u00e9\\"", "x",\n "\tx"]', 2, 3, "A bare control character")
 
     def test_of_each_warning(self):
         _, warnings = checked('{"name": "a b", "user": "root", "period": "crontab",\n "crontab": "*/5 0 1 * 5,5",\n'
@@ -85,6 +85,13 @@ class Positions(unittest.TestCase):
         self.assertEqual(warnings, [((2, 14), "tail-dropped"), ((2, 26), "repeated-item"), ((2, 24), "days-joined-by-and"),
                                     ((3, 10), "program-without-slash"), ((3, 14), "quotes"), ((1, 10), "unsafe-name"),
                                     ((3, 19), "unknown-member")])
+
+    def test_of_what_is_no_json(self):
+        for text, line, column, part in [("\ufeff{}", 1, 1, "A byte order mark"), ('{"a": 1,\n // b\n"c": 2}', 2, 2, "A comment"),
+                                         ("[1,\r\n 02]", 2, 2, "A number of another form"), ("[]\0", 1, 3, "A control character"),
+                                         ('{"a": 1,\n"a": 2}', 2, 1, "Duplicate key"), ("[1]\n x", 2, 2, "Extra")]:
+            with self.subTest(text):
+                self.assert_error(text, line, column, part)
 
     def test_for_people_as_compilers_tell_them(self):
         text = json.dumps({**PLAIN, "crontab": "61 * * * *"})
@@ -115,6 +122,10 @@ class Errors(unittest.TestCase):
         errors, _ = checked("{}")
         self.assertEqual([error.split('"')[1] for _, error in errors], ["name", "user", "period", "cmd"])
 
+    def test_of_arguments_in_an_object_leave_the_rest_to_be_looked_at(self):
+        errors, _ = checked(json.dumps({**PLAIN, "cmd_list": {"a": []}, "timeout": -1}))
+        self.assertEqual([error.split('"')[1] for _, error in errors], ["cmd_list", "timeout"])
+
     def test_of_a_document_that_is_too_much_for_the_service(self):
         self.assertIn("holds 1001 definitions, at most 1000", checked(json.dumps([PLAIN] * 1001))[0][-1][1])
         self.assertIn("is too large", checked(json.dumps({**PLAIN, "description": "x" * 300000}))[0][0][1])
@@ -126,7 +137,10 @@ class Warnings(unittest.TestCase):
                 ({"crontab": "0 0 30~31 2 *"}, ["never"]), ({"crontab": "0 0 31 2,4 *"}, ["never"]),
                 ({"crontab": "0 0 29~30 2 *"}, ["maybe-never"]), ({"crontab": "0 0 31 ~ *"}, ["maybe-never"]),
                 ({"crontab": "0 0 31 1~2,3 *"}, []), ({"crontab": "0 0 ~ 2 *"}, []), ({"crontab": "0 0 29 2 *"}, []),
-                ({"crontab": ", 0 1 * *"}, ["never"]), ({"crontab": "5,05 4 * * *"}, ["repeated-item"]),
+                ({"crontab": ", 0 1 * *"}, ["never"]), ({"crontab": "5,05,+5 4 * * *"}, ["repeated-item"] * 2),
+                ({"crontab": "0 0 12 * 1,*"}, ["days-joined-by-and"]), ({"crontab": "0 0 1,* * 1,*"}, []),
+                ({"crontab": "*\t3 * * * *"}, ["tail-dropped"]), ({"crontab": "0 0 * * *\n"}, []),
+                ({"crontab": "0 0 * * 07"}, ["sunday"]),
                 ({"user": "packages", "package_username": "x"}, ["user-class"]), ({"user": "admin"}, ["user-none"]),
                 ({"cmd": ""}, ["empty-argument"]), ({"cmd": "/bin/a  b"}, ["empty-argument"]),
                 ({"cmd": "/bin/a > /x"}, ["shell"]), ({"cmd": "/bin/a b>c 'x'"}, ["quotes"]),
@@ -138,6 +152,18 @@ class Warnings(unittest.TestCase):
             with self.subTest(change=change):
                 self.assertEqual(codes(change), expected)
 
+    def test_of_one_text_are_no_more_than_anybody_reads(self):
+        items = ",".join(f"*/{number}" for number in range(30000))
+        self.assertEqual(codes({"crontab": items + " 0 1 * 1"}), ["tail-dropped"] * 100 + ["days-joined-by-and"])
+        self.assertEqual(codes({f"x{number}": 1 for number in range(1000)}), ["unknown-member"] * 100)
+
+    def test_tell_people_a_rewrite_once(self):
+        definitions = [{**PLAIN, "name": name, "crontab": "*/30 */12 * * *"} for name in "ab"]
+        told = tool("check", "-", text=json.dumps(definitions))[1].splitlines()
+        self.assertEqual([line.split()[1] for line in told], ["warning:", "warning:", "note:"] * 2)
+        told = tool("explain", "*/30 */12 * * *")[1].splitlines()
+        self.assertEqual([line.split()[0] for line in told], ["Meaning:", "warning:", "warning:", "note:"] + ["Next:"] * 3)
+
     def test_suggest_the_member_that_is_meant(self):
         for key, meant in [("cmd-list", "cmd_list"), ("Crontab", "crontab"), ("cron", None), ("packageUsername", "package_username"),
                            ("descripton", "description"), ("schedule", None), ("timeOut", "timeout"), ("usr", "user")]:
@@ -147,7 +173,7 @@ class Warnings(unittest.TestCase):
                 self.assertEqual(text.endswith(f'is "{meant}" meant?') if meant else "meant" not in text, True, text)
 
     def test_have_a_rewrite_where_one_exists(self):
-        for crontab, code, rewrite in [("@daily", "macro", "0 0 * * *"), ("0\\t3 * * *", "tab", "0 3 * * *"),
+        for crontab, code, rewrite in [("@daily", "macro", "0 0 * * *"), (" @weekly ", "macro", "0 0 * * 0"), ("0\\t3 * * *", "tab", "0 3 * * *"),
                                        ("0 3 * * 7", "sunday", "0 3 * * 0"), ("0 0 1 * 1", "days-joined-by-and", None)]:
             told = json.loads(tool("explain", crontab.replace("\\t", "\t"), "--json")[1])["warnings"][-1]
             self.assertEqual((told["code"], told["rewrite"]), (code, rewrite))
@@ -198,6 +224,15 @@ class Files(unittest.TestCase):
         self.put(self.folder + "/b.conf", {**PLAIN, "name": "b"})
         self.assertEqual(self.told(self.folder), [("a.conf", True, ["repeated-name"]), ("b.conf", True, ["repeated-name"])])
 
+    def test_that_are_named_twice_define_nothing_twice(self):
+        self.put(self.root + "/a.conf", PLAIN)
+        self.put(self.root + "/\x1bb.conf", PLAIN)
+        files = [self.root + "/a.conf", self.root + "/./a.conf"]
+        self.assertEqual([codes for _, _, codes in self.told(*files)], [[], []])
+        told = tool("check", self.root)[1]
+        self.assertIn('"a" is defined in ' + self.root + "/\\x1bb.conf already", told)
+        self.assertNotIn("\x1b", told)
+
     def test_of_a_package_are_judged_by_the_rules_of_its_folder(self):
         self.put(self.package + "/a.conf", PLAIN)
         status, told = tool("--root", self.root, "check", self.root + "/usr/local/etc/vukocron_nonroot.d")
@@ -225,6 +260,14 @@ class Meaning(unittest.TestCase):
                  "February; what is random is drawn once and then kept"), (", * * * *", "never"), ("7 7 7 7 7", "")]:
             with self.subTest(crontab):
                 self.assertEqual(json.loads(tool("explain", crontab, "--json")[1])["meaning"], meaning)
+
+    def test_of_fields_without_quotes_is_a_matter_of_quotes(self):
+        done = subprocess.run([TOOL, "explain", "5", "4", "a.conf", "b.conf"], capture_output=True, text=True, check=False)
+        self.assertEqual((done.returncode, done.stdout), (2, ""))
+        self.assertIn("found 4 arguments: put quotes around the fields", done.stderr)
+
+    def test_tells_that_nothing_comes(self):
+        self.assertEqual(tool("explain", "0 0 30 2 *")[1].splitlines()[-1], "Next: not within 9 years")
 
     def test_points_at_what_is_wrong_on_a_terminal(self):
         self.assertEqual(tool("explain", "'0 24 * * *'", terminal=True)[1].splitlines()[1:],
