@@ -199,22 +199,13 @@ void FileChecker::LookAtDocument(CheckedFile& file, const Folder& folder, const 
     const Json::ArrayIndex uCount = bArray ? jsDocument.size() : 1;
     for (Json::ArrayIndex i = 0; i < std::min<Json::ArrayIndex>(uCount, Service::DEFINITIONS_IN_FILE_MAX); ++i) {
         const Json::Value& jsDefinition = bArray ? jsDocument[i] : jsDocument;
-        const std::string strWhere = bArray ? Service::LabelOf(i, jsDefinition) + ": " : std::string();
         Review review = ReviewDefinition(jsDefinition, folder.origin);
         LookAtName(review, file, folder, jsDefinition);
         if (!bArray && folder.bOfService && jsDefinition.isObject()) {
             LookAtFileName(review, file, jsDefinition);
         }
         FindSpans(review, jsDefinition, file.source);
-        for (ReviewError& error : review.vecErrors) {
-            error.strText.insert(0, strWhere);
-            file.review.vecErrors.push_back(std::move(error));
-        }
-        for (ReviewWarning& warning : review.vecWarnings) {
-            warning.strText.insert(0, strWhere);
-            warning.uDefinition = i;
-            file.review.vecWarnings.push_back(std::move(warning));
-        }
+        TakeOver(file.review, std::move(review), bArray ? Service::LabelOf(i, jsDefinition) + ": " : std::string());
     }
 }
 

@@ -56,14 +56,7 @@ bool IsGood(Proposal& proposal, const Place& place) {
         if (!proposal.source.Text().empty()) {
             FindSpans(review, jsDefinition, proposal.source);
         }
-        for (ReviewError& error : review.vecErrors) {
-            error.strText.insert(0, WhichOf(proposal, u));
-            proposal.review.vecErrors.push_back(std::move(error));
-        }
-        for (ReviewWarning& warning : review.vecWarnings) {
-            warning.strText.insert(0, WhichOf(proposal, u));
-            proposal.review.vecWarnings.push_back(std::move(warning));
-        }
+        TakeOver(proposal.review, std::move(review), WhichOf(proposal, u));
     }
     PrintReview(std::cerr, proposal.strWhere, proposal.review, proposal.source);
     return proposal.review.vecErrors.empty();

@@ -77,6 +77,17 @@ void FindSpans(Review& review, const Json::Value& jsDefinition, const SourceText
     }
 }
 
+void TakeOver(Review& whole, Review part, const std::string& strOf) {
+    for (ReviewError& error : part.vecErrors) {
+        error.strText.insert(0, strOf);
+        whole.vecErrors.push_back(std::move(error));
+    }
+    for (ReviewWarning& warning : part.vecWarnings) {
+        warning.strOf = strOf;
+        whole.vecWarnings.push_back(std::move(warning));
+    }
+}
+
 void PutReview(Json::Value& jsResult, const Review& review, const SourceText& source) {
     PutReview(jsResult, review);
     jsResult["positions"] = Json::Value(Json::arrayValue);
@@ -102,7 +113,7 @@ void PutReview(Json::Value& jsResult, const Review& review) {
         Json::Value jsWarning(Json::objectValue);
         jsWarning["code"] = warning.strCode;
         jsWarning["field"] = warning.place.strField;
-        jsWarning["text"] = warning.strText;
+        jsWarning["text"] = warning.strOf + warning.strText;
         jsWarning["rewrite"] = warning.rewrite ? Json::Value(*warning.rewrite) : Json::Value();
         jsResult["warnings"].append(jsWarning);
     }

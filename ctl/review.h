@@ -23,7 +23,7 @@ struct ReviewError {
 
 struct ReviewWarning : Warning {
     std::optional<SourceSpan> span = {};
-    std::size_t uDefinition = 0; ///< which one of a file
+    std::string strOf = {}; ///< what names the definition where it is one of several, with a colon behind it
 };
 
 struct Review {
@@ -45,6 +45,11 @@ ReviewError WhyNoDocument(const Document& document, const SourceText& source);
 
 /// Finds where the definition that was looked at has what is told of it.
 void FindSpans(Review& review, const Json::Value& jsDefinition, const SourceText& source);
+
+/// Adds what there is to say about one of several definitions.
+///
+/// @param strOf  what names that one, with a colon behind it; empty where there is only one.
+void TakeOver(Review& whole, Review part, const std::string& strOf);
 
 /// "errors", "positions" (of the errors: an object with "line" and "column", or null) and "warnings" (with "line" and
 /// "column" where these are known), as the machine interface has them.

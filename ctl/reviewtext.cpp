@@ -42,7 +42,7 @@ private:
 
 /// Whether two warnings are about the same five fields, and so have one rewrite.
 bool IsOfSameText(const ReviewWarning& left, const ReviewWarning& right) {
-    return left.uDefinition == right.uDefinition && left.place.strField == right.place.strField &&
+    return left.strOf == right.strOf && left.place.strField == right.place.strField &&
            left.rewrite == right.rewrite;
 }
 
@@ -60,7 +60,7 @@ void PrintReview(std::ostream& out, const std::string& strWhere, const Review& r
         const ReviewWarning& warning = review.vecWarnings[u];
         const std::string& strField = warning.place.strField;
         telling.Begin(warning.span);
-        out << Styled(Style::Warn, "warning:") << " "
+        out << Styled(Style::Warn, "warning:") << " " << warning.strOf
             << (strField.empty() ? "" : "field " + Service::Quoted(strField) + ": ") << warning.strText << " ["
             << warning.strCode << "]\n";
         telling.Point(warning.span);

@@ -161,6 +161,7 @@ class Warnings(unittest.TestCase):
         definitions = [{**PLAIN, "name": name, "crontab": "*/30 */12 * * *"} for name in "ab"]
         told = tool("check", "-", text=json.dumps(definitions))[1].splitlines()
         self.assertEqual([line.split()[1] for line in told], ["warning:", "warning:", "note:"] * 2)
+        self.assertIn('warning: definition 2 "b": field "crontab": what follows', told[3])
         told = tool("explain", "*/30 */12 * * *")[1].splitlines()
         self.assertEqual([line.split()[0] for line in told], ["Meaning:", "warning:", "warning:", "note:"] + ["Next:"] * 3)
 
