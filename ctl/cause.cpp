@@ -3,6 +3,7 @@
 #include <map>
 
 #include "ctl/jobview.h"
+#include "ctl/text.h"
 #include "ctl/words.h"
 #include "ctl/zone.h"
 #include "service/engine/simulator.h"
@@ -15,9 +16,25 @@ std::string InstantText(const Json::Value& jsEpoch) {
     return LocalText(static_cast<std::time_t>(jsEpoch.asInt64()));
 }
 
+/// The other entry of the ledger that is a start and has the same value there as the one asked about; null: none.
+Json::Value StartWithSame(const AskedMinute& asked, const char* szMember) {
+    for (const Json::Value& jsOther : asked.jsOutcomes) {
+        if (jsOther["outcome"] != "skipped" && jsOther[szMember] == asked.jsOutcome[szMember]) {
+            return jsOther;
+        }
+    }
+    return Json::Value();
+}
+
 std::string SkipCause(const AskedMinute& asked) {
     const Json::Value& jsOutcome = asked.jsOutcome;
     const std::string strReason = jsOutcome["reason"].asString();
+    if (strReason == "clock step" || strReason == "service down") {
+        if (const Json::Value jsStart = StartWithSame(asked, "decided"); !jsStart.isNull()) {
+            return "that minute was passed over, and the one start at " + InstantText(jsStart["decided"]) +
+                   " stands for it, too (" + strReason + ")";
+        }
+    }
     if (strReason == "overlap" && jsOutcome.isMember("pid")) {
         return "its last run was still going, as process " + std::to_string(jsOutcome["pid"].asInt()) + " since " +
                InstantText(jsOutcome["since"]);
@@ -37,6 +54,18 @@ std::string SkipCause(const AskedMinute& asked) {
         {"identity refused", "the service may not run programs as its account"}};
     const auto itCause = mapCauses.find(strReason);
     return itCause == mapCauses.end() ? strReason : itCause->second + " (" + strReason + ")";
+}
+
+/// Of a skip; a minute that came twice is told with what the clock was ahead of UTC, as there are two of that name.
+std::string SkippedSentence(const AskedMinute& asked) {
+    const std::string strJob = Spelled(asked.jsJob["id"].asString());
+    const Json::Value jsFormer = StartWithSame(asked, "minute");
+    if (asked.jsOutcome["reason"] == "clock step" && !jsFormer.isNull()) {
+        return strJob + " did not run again at " + InstantText(asked.jsOutcome["decided"]) +
+               ": the clock showed that minute once more, and it had run for it at " +
+               InstantText(jsFormer["decided"]) + " (clock step).";
+    }
+    return strJob + " did not run at " + asked.strTime + ": " + SkipCause(asked) + ".";
 }
 
 /// Why a minute's start came at a later tick. The ledger has no cause of such a start, but its neighbours may: what was
@@ -83,8 +112,8 @@ std::string RanSentence(const AskedMinute& asked) {
     const Json::Value& jsOutcome = asked.jsOutcome;
     const std::string strLabel = jsOutcome.isMember("label") ? " (" + jsOutcome["label"].asString() + ")" : "";
     const bool bStarted = jsOutcome["end"]["kind"] != "not-started";
-    return asked.jsJob["id"].asString() + (bStarted ? " ran for " : " was to run for ") + asked.strTime + strLabel +
-           ", " + (bStarted ? "started" : "decided") + " at " + InstantText(jsOutcome["decided"]) + ", " +
+    return Spelled(asked.jsJob["id"].asString()) + (bStarted ? " ran for " : " was to run for ") + asked.strTime +
+           strLabel + ", " + (bStarted ? "started" : "decided") + " at " + InstantText(jsOutcome["decided"]) + ", " +
            StartCause(asked) + ": " + EndText(jsOutcome["end"], "kind") + ".";
 }
 
@@ -107,7 +136,7 @@ std::string MissingCause(const AskedMinute& asked) {
 std::string NotDueSentence(const AskedMinute& asked) {
     const std::optional<std::time_t> next = NextStartOf(asked.jsJob, asked.ePolicy, asked.tInstant);
     const bool bAhead = asked.tInstant > asked.tNow;
-    return asked.jsJob["id"].asString() + (bAhead ? " is not due at " : " did not run at ") + asked.strTime +
+    return Spelled(asked.jsJob["id"].asString()) + (bAhead ? " is not due at " : " did not run at ") + asked.strTime +
            ": its schedule, " + asked.jsJob["words"].asString() + ", does not hold that minute" +
            (next ? "; the next start after it " + std::string(*next > asked.tNow ? "is " : "was due ") +
                        LocalText(*next).substr(0, 16)
@@ -116,9 +145,10 @@ std::string NotDueSentence(const AskedMinute& asked) {
 }
 
 std::string WhyNothing(const AskedMinute& asked) {
-    const std::string strJob = asked.jsJob["id"].asString();
+    const std::string strJob = Spelled(asked.jsJob["id"].asString());
     if (asked.jsJob["state"] == "invalid") {
-        return strJob + " did not run at " + asked.strTime + ": its definition is refused, see vukocronctl status.";
+        return strJob + (asked.tInstant > asked.tNow ? " will not run at " : " did not run at ") + asked.strTime +
+               ": its definition is refused, see vukocronctl status.";
     }
     if (!asked.bMatches) {
         return NotDueSentence(asked);
@@ -142,7 +172,7 @@ std::string CauseSentence(const AskedMinute& asked) {
         return WhyNothing(asked);
     }
     if (asked.jsOutcome["outcome"] == "skipped") {
-        return asked.jsJob["id"].asString() + " did not run at " + asked.strTime + ": " + SkipCause(asked) + ".";
+        return SkippedSentence(asked);
     }
     return RanSentence(asked);
 }

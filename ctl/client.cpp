@@ -32,6 +32,13 @@ ExitStatus StatusOf(const std::string& strCode) {
     return it != mapStatuses.end() ? it->second : EXIT_WRONG;
 }
 
+/// What to do next about some errors, behind the service's own words.
+std::string AdviceOn(const std::string& strCode) {
+    return strCode == "not-found"   ? "; vukocronctl list shows those that there are"
+           : strCode == "ambiguous" ? "; say which of them"
+                                    : "";
+}
+
 Json::Value Parse(const char* pText, std::size_t uSize) {
     const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
     Json::Value jsReply;
@@ -106,7 +113,7 @@ Json::Value Client::Receive() {
     if (!jsReply[Protocol::KEY_OK].asBool()) {
         const Json::Value& jsError = jsReply[Protocol::KEY_ERROR];
         const std::string strCode = jsError[Protocol::KEY_CODE].asString();
-        throw ToolError(StatusOf(strCode), jsError[Protocol::KEY_MESSAGE].asString(), strCode);
+        throw ToolError(StatusOf(strCode), jsError[Protocol::KEY_MESSAGE].asString() + AdviceOn(strCode), strCode);
     }
     return jsReply[Protocol::KEY_RESULT];
 }

@@ -2,6 +2,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <charconv>
+#include <system_error>
 #include <utility>
 
 namespace VUKO::VUKOCrond::Ctl {
@@ -24,6 +26,20 @@ CLI::Option* Unmarked(CLI::Option* pOption) {
         return std::string();
     };
     return pOption->transform(CLI::Validator(unmark, std::string()));
+}
+
+/// A whole number that has no end: the library would tell the largest of all as the bound.
+CLI::Validator FromOn(int iLeast) {
+    return CLI::Validator(
+        [iLeast](const std::string& strText) {
+            int iValue = 0;
+            const char* const pEnd = strText.data() + strText.size();
+            const auto [pRead, eError] = std::from_chars(strText.data(), pEnd, iValue);
+            const bool bTaken = eError == std::errc() && pRead == pEnd && iValue >= iLeast;
+            return bTaken ? std::string()
+                          : "\"" + strText + "\": expected a whole number, " + std::to_string(iLeast) + " or more";
+        },
+        "");
 }
 
 } // namespace
@@ -53,7 +69,7 @@ CommandOption CommandOption::Within(int iLeast, int iMost) const {
 }
 
 CommandOption CommandOption::Positive() const {
-    _pOption->check(Wordless(CLI::PositiveNumber));
+    _pOption->check(FromOn(1));
     return *this;
 }
 
@@ -129,7 +145,7 @@ CommandOption Command::MaxDelayOption(int& iMaxDelay) const {
     return CommandOption(
         _pApp->add_option("--max-delay", iMaxDelay, "Seconds over which jobs of a random minute are spread (300)")
             ->type_name("SECONDS")
-            ->check(Wordless(CLI::NonNegativeNumber)));
+            ->check(FromOn(0)));
 }
 
 Command AddCommand(CLI::App& app, Common& common, const std::string& strName, const std::string& strDescription,

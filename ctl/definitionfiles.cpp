@@ -182,7 +182,8 @@ Found DefinedJobs::Find(const std::string& strJob) const {
         throw ToolError(EXIT_WRONG, "no definition file holds a job " + Quoted(strJob));
     }
     if (vecFound.size() > 1) {
-        throw ToolError(EXIT_BAD_USAGE, "several jobs are named " + Quoted(strJob) + ": " + Names(vecFound));
+        throw ToolError(EXIT_BAD_USAGE,
+                        "several jobs are named " + Quoted(strJob) + ": " + Names(vecFound) + "; say which of them");
     }
     return vecFound.front();
 }

@@ -47,10 +47,16 @@ std::string WhyRefusedWherever(Json::Value jsDefinition) {
     return Service::WhyRefused(jsDefinition, Service::DefinitionOrigin());
 }
 
+/// By the parts, as the identity itself is told with letters beyond ASCII escaped.
+Service::JobId IdOf(const Json::Value& jsJob) {
+    return {jsJob["folder"].asString(), jsJob["package"].isNull() ? std::string() : jsJob["package"].asString(),
+            jsJob["name"].asString()};
+}
+
 /// The one of the list alone: of very many jobs, one by one cannot be asked about.
 Job JobOfListing(Client& client, const Json::Value& jsJob) {
     Job job;
-    job.id = Service::IdFromText(jsJob["id"].asString());
+    job.id = IdOf(jsJob);
     if (jsJob["schedule"].isNull()) { // too long for the list
         Json::Value jsMembers(Json::objectValue);
         jsMembers["job"] = jsJob["id"];
@@ -130,11 +136,15 @@ std::vector<Job> JobsOfService(const std::string& strRoot, const std::string& st
         Json::Value jsMembers(Json::objectValue);
         jsMembers["job"] = jsJob["id"];
         const Json::Value jsWhole = jsJob.isMember("definition") ? jsJob : client.Ask("show", jsMembers);
-        if (jsWhole["state"] == "invalid") {
-            continue; // there is no definition of it now
+        if (jsWhole["state"] == "invalid") { // there is no definition of it now
+            if (strJob.empty()) {
+                continue;
+            }
+            throw ToolError(EXIT_WRONG, strJob + ": its definition is refused, see vukocronctl status");
         }
         Job job = Built(jsWhole["definition"], jsWhole["schedule"].asString());
-        job.id = Service::IdFromText(jsJob["id"].asString());
+        job.id = IdOf(jsJob);
+        job.bEnabled = jsWhole["enabled"].asBool();
         job.iStartup = jsWhole["startup"].asInt64();
         job.iLastExecution = jsWhole["lastExecution"].isNull() ? Job::NEVER : jsWhole["lastExecution"].asInt64();
         job.bOverdueReported = jsWhole["overdue"].asBool();

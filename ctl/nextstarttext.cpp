@@ -15,6 +15,17 @@ Json::Value AskStatus(Client& client) {
     return jsStatus;
 }
 
+std::string ObstacleText(const Json::Value& jsJob, const Json::Value& jsStatus) {
+    if (const std::string strAccount = jsJob["account"].asString(); !Service::LookUpAccount(strAccount)) {
+        return ", but not before there is an account " + strAccount;
+    }
+    if (jsStatus["draining"].asBool()) {
+        return ", but not while the service is drained";
+    }
+    const bool bPassive = jsStatus["role"] == "passive" && !jsJob["runOnPassive"].asBool();
+    return bPassive ? ", but not while this machine is passive" : "";
+}
+
 std::string NextStartText(const Json::Value& jsJob, const Json::Value& jsStatus, std::time_t tNow) {
     if (!jsJob["enabled"].asBool()) {
         return "its schedule starts nothing while it is disabled";
@@ -23,15 +34,8 @@ std::string NextStartText(const Json::Value& jsJob, const Json::Value& jsStatus,
     if (!next) {
         return "next start: never";
     }
-    std::string strText = "next start: " + LocalText(*next) + " (in " + DurationText(*next - tNow) + ")";
-    if (const std::string strAccount = jsJob["account"].asString(); !Service::LookUpAccount(strAccount)) {
-        strText += ", but not before there is an account " + strAccount;
-    } else if (jsStatus["draining"].asBool()) {
-        strText += ", but not while the service is drained";
-    } else if (jsStatus["role"] == "passive" && !jsJob["runOnPassive"].asBool()) {
-        strText += ", but not while this machine is passive";
-    }
-    return strText;
+    return "next start: " + LocalText(*next) + " (in " + DurationText(*next - tNow) + ")" +
+           ObstacleText(jsJob, jsStatus);
 }
 
 Json::Value NextStartJson(const Json::Value& jsJob, const Json::Value& jsStatus, std::time_t tNow) {

@@ -13,6 +13,9 @@ namespace VUKO::VUKOCrond::Ctl {
 /// becomes that of this process.
 Json::Value AskStatus(Client& client);
 
+/// ", but not ...": what keeps an enabled job for now from starting when its schedule says so; empty: nothing.
+std::string ObstacleText(const Json::Value& jsJob, const Json::Value& jsStatus);
+
 /// "next start: 2026-11-23T23:30:00+00:00 (in 2d 17h)", or why there is none; and what keeps the job from it for now.
 std::string NextStartText(const Json::Value& jsJob, const Json::Value& jsStatus, std::time_t tNow);
 

@@ -3,8 +3,11 @@
 #include <langinfo.h>
 
 #include <algorithm>
+#include <charconv>
 #include <clocale>
 #include <cwchar>
+#include <optional>
+#include <system_error>
 
 #include "service/logtext.h"
 
@@ -56,6 +59,20 @@ std::size_t ColumnsOf(const char* pCharacter, std::size_t uLength) {
     return iColumns < 0 ? 1 : static_cast<std::size_t>(iColumns);
 }
 
+constexpr std::size_t ESCAPE_LENGTH = 4;
+
+/// The byte beyond ASCII that "\xNN" stands for; nothing where something else stands there.
+std::optional<char> EscapedByteAt(const std::string& strText, std::size_t uAt) {
+    unsigned uByte = 0;
+    if (uAt + ESCAPE_LENGTH > strText.size() || strText.compare(uAt, 2, "\\x") != 0) {
+        return std::nullopt;
+    }
+    const char* const pDigits = strText.data() + uAt + 2;
+    const auto [pRead, eError] = std::from_chars(pDigits, pDigits + 2, uByte, 16);
+    return eError == std::errc() && pRead == pDigits + 2 && uByte >= 0x80U ? std::optional(static_cast<char>(uByte))
+                                                                           : std::nullopt;
+}
+
 std::string Ellipsis(std::size_t uRoom) {
     return uRoom == 0 ? "" : SpeaksUtf8() ? "\u2026" : std::string(std::min<std::size_t>(3, uRoom), '.');
 }
@@ -90,6 +107,22 @@ std::string Readable(const std::string& strText) {
         u += strCharacter.size();
     }
     return strReadable;
+}
+
+std::string Spelled(const std::string& strIdentity) {
+    std::string strSpelled;
+    for (std::size_t u = 0; u < strIdentity.size();) {
+        std::string strBytes;
+        std::size_t uEnd = u;
+        while (const std::optional<char> byte = EscapedByteAt(strIdentity, uEnd)) {
+            strBytes += *byte;
+            uEnd += ESCAPE_LENGTH;
+        }
+        const bool bLetters = !strBytes.empty() && !Service::HoldsControlCharacter(strBytes);
+        strSpelled += bLetters ? strBytes : strIdentity.substr(u, std::max<std::size_t>(uEnd - u, 1));
+        u = std::max(uEnd, u + 1);
+    }
+    return strSpelled;
 }
 
 std::string ReadableLines(const std::string& strText) {

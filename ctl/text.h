@@ -13,7 +13,10 @@ bool SpeaksUtf8();
 /// (control characters, marks that turn the direction, bytes that are no UTF-8) becomes \xNN. Letters of all scripts
 /// stay.
 std::string Readable(const std::string& strText);
-/// The same, line by line: line feeds stay.
+/// An identity that the service has told, which does so in ASCII: with the letters themselves instead of their escapes.
+/// What would not be Readable() stays escaped.
+std::string Spelled(const std::string& strIdentity);
+/// The same as Readable(), line by line: line feeds stay.
 std::string ReadableLines(const std::string& strText);
 
 /// The columns of a terminal that a readable text takes: two for wide characters, none for combining ones.

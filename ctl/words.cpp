@@ -62,6 +62,18 @@ std::string OutcomeText(const Json::Value& jsOutcome) {
     return strText;
 }
 
+std::string StandstillText(bool bPassive, bool bDraining) {
+    std::string strText;
+    if (bPassive) {
+        strText = "The role is passive: only jobs with \"run_on_passive\" start.";
+    }
+    if (bDraining) {
+        strText += strText.empty() ? "" : " ";
+        strText += "The service is drained: it starts nothing until \"drain --off\".";
+    }
+    return strText;
+}
+
 std::string MemoryText(std::int64_t iKib) {
     char szText[32];
     std::snprintf(szText, sizeof(szText), "%.1f MiB", static_cast<double>(iKib) / 1024.0);

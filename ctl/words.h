@@ -14,6 +14,8 @@ std::string RunTimeText(std::int64_t iUsec);
 std::string EndText(const Json::Value& jsEnd, const char* szKindMember);
 /// What became of a due minute, of an entry of the ledger: "started", "skipped: overlap with process 12", ...
 std::string OutcomeText(const Json::Value& jsOutcome);
+/// Why jobs may not start for now whatever their schedules say, in whole sentences; empty: nothing keeps them.
+std::string StandstillText(bool bPassive, bool bDraining);
 /// "2.0 MiB"
 std::string MemoryText(std::int64_t iKib);
 

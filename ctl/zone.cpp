@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <regex>
 #include <set>
 
@@ -96,6 +97,39 @@ bool IsDate(const std::tm& tmWanted) {
     return gmtime_r(&tUtc, &tmBack) != nullptr && SameWallTime(tmBack, tmWanted);
 }
 
+/// "@EPOCH"; nothing for a text that begins otherwise.
+std::optional<std::time_t> ParseEpoch(const std::string& strText) {
+    if (strText.empty() || strText.front() != '@') {
+        return std::nullopt;
+    }
+    std::int64_t iEpoch = 0;
+    const char* const pEnd = strText.data() + strText.size();
+    const auto [pRead, eError] = std::from_chars(strText.data() + 1, pEnd, iEpoch);
+    if (eError != std::errc() || pRead != pEnd || iEpoch < EPOCH_MIN || iEpoch > EPOCH_MAX) {
+        RefuseTime(strText);
+    }
+    return static_cast<std::time_t>(iEpoch);
+}
+
+std::tm ParseWallTime(const std::string& strText) {
+    static const std::regex local(R"((\d{4})-(\d{2})-(\d{2})T(\d{2}):(\d{2})(?::(\d{2}))?)");
+    std::smatch match;
+    if (!std::regex_match(strText, match, local)) {
+        RefuseTime(strText);
+    }
+    std::tm tmWanted = {};
+    tmWanted.tm_year = std::stoi(match[1]) - TM_YEAR_BASE;
+    tmWanted.tm_mon = std::stoi(match[2]) - 1;
+    tmWanted.tm_mday = std::stoi(match[3]);
+    tmWanted.tm_hour = std::stoi(match[4]);
+    tmWanted.tm_min = std::stoi(match[5]);
+    tmWanted.tm_sec = match[6].matched ? std::stoi(match[6]) : 0;
+    if (!IsDate(tmWanted)) {
+        RefuseTime(strText);
+    }
+    return tmWanted;
+}
+
 } // namespace
 
 void UseZone(const std::string& strZone) {
@@ -155,31 +189,24 @@ std::string ZoneName(const std::string& strAskedFor) {
 }
 
 std::time_t ParseTime(const std::string& strText) {
-    if (!strText.empty() && strText.front() == '@') {
-        std::int64_t iEpoch = 0;
-        const char* const pEnd = strText.data() + strText.size();
-        const auto [pRead, eError] = std::from_chars(strText.data() + 1, pEnd, iEpoch);
-        if (eError != std::errc() || pRead != pEnd || iEpoch < EPOCH_MIN || iEpoch > EPOCH_MAX) {
-            RefuseTime(strText);
-        }
-        return static_cast<std::time_t>(iEpoch);
-    }
-    static const std::regex local(R"((\d{4})-(\d{2})-(\d{2})T(\d{2}):(\d{2})(?::(\d{2}))?)");
-    std::smatch match;
-    if (!std::regex_match(strText, match, local)) {
-        RefuseTime(strText);
-    }
-    std::tm tmWanted = {};
-    tmWanted.tm_year = std::stoi(match[1]) - TM_YEAR_BASE;
-    tmWanted.tm_mon = std::stoi(match[2]) - 1;
-    tmWanted.tm_mday = std::stoi(match[3]);
-    tmWanted.tm_hour = std::stoi(match[4]);
-    tmWanted.tm_min = std::stoi(match[5]);
-    tmWanted.tm_sec = match[6].matched ? std::stoi(match[6]) : 0;
-    if (!IsDate(tmWanted)) {
-        RefuseTime(strText);
-    }
-    return FirstInstantOf(tmWanted);
+    const std::optional<std::time_t> epoch = ParseEpoch(strText);
+    return epoch ? *epoch : FirstInstantOf(ParseWallTime(strText));
+}
+
+std::int64_t ParseWallMinute(const std::string& strText) {
+    const std::optional<std::time_t> epoch = ParseEpoch(strText);
+    std::tm tmWall = epoch ? LocalTime(*epoch) : ParseWallTime(strText);
+    tmWall.tm_sec = 0;
+    return static_cast<std::int64_t>(timegm(&tmWall)) / 60;
+}
+
+std::string WallText(std::int64_t iLocalMinute) {
+    const std::time_t tWall = static_cast<std::time_t>(iLocalMinute * 60);
+    std::tm tmWall = {};
+    char szText[64];
+    return gmtime_r(&tWall, &tmWall) == nullptr
+               ? std::string()
+               : std::string(szText, std::strftime(szText, sizeof(szText), "%Y-%m-%dT%H:%M", &tmWall));
 }
 
 std::string ShortText(std::time_t tInstant) {

@@ -2,6 +2,7 @@
 
 #include <json/json.h>
 
+#include <cstdint>
 #include <ctime>
 #include <string>
 
@@ -26,6 +27,11 @@ void UseServiceZone(const Json::Value& jsStatus);
 ///
 /// @throws ToolError
 std::time_t ParseTime(const std::string& strText);
+/// The minute of the wall clock that such a text names, counted as in Service::ClockReading: as it is written, also
+/// where the clock leaves it out; for an epoch, the one that the clock shows then.
+std::int64_t ParseWallMinute(const std::string& strText);
+/// Such a minute: "2026-11-20T03:00"
+std::string WallText(std::int64_t iLocalMinute);
 
 /// "2026-11-20T03:00:00+02:00"
 std::string LocalText(std::time_t tInstant);

@@ -11,6 +11,7 @@
 #include "ctl/text.h"
 #include "ctl/words.h"
 #include "ctl/zone.h"
+#include "service/engine/simulator.h"
 
 namespace VUKO::VUKOCrond::Ctl {
 
@@ -49,8 +50,25 @@ Json::Value HistoryOf(Client& client, const std::string& strJob, const Asked& as
     return jsHistory;
 }
 
+/// Only of a program that ran, and whose end was seen, there is something to tell.
 bool HasFigures(const Json::Value& jsEnd) {
-    return jsEnd.isObject() && jsEnd["kind"] != "running" && jsEnd["kind"] != "lost";
+    return jsEnd.isObject() && (jsEnd["kind"] == "exited" || jsEnd["kind"] == "signaled");
+}
+
+/// Whether an outcome was decided in another minute than that which was due, as after a time that was passed over.
+bool IsLate(const Entry& entry) {
+    const auto reading = Service::ReadingAt(static_cast<std::time_t>(entry.Decided()));
+    return reading && reading->iLocalMinute != entry.jsOutcome["minute"].asInt64();
+}
+
+/// The due minute, with its date where that is another than that of the decision.
+std::string DueText(const Entry& entry) {
+    const std::string strDue = WallText(entry.jsOutcome["minute"].asInt64());
+    constexpr std::size_t DATE_LENGTH = 10;
+    const bool bSameDay =
+        ShortText(static_cast<std::time_t>(entry.Decided())).compare(0, DATE_LENGTH, strDue, 0, DATE_LENGTH) == 0;
+    return bSameDay ? strDue.substr(DATE_LENGTH + 1)
+                    : strDue.substr(0, DATE_LENGTH) + " " + strDue.substr(DATE_LENGTH + 1);
 }
 
 Cell OutcomeCell(const Json::Value& jsOutcome) {
@@ -60,32 +78,45 @@ Cell OutcomeCell(const Json::Value& jsOutcome) {
 /// A terminal that has room for the figures of the jobs' processors, too.
 constexpr std::size_t WIDE = 100;
 
-std::vector<Column> ColumnsFor(bool bOfAll, bool bCpu) {
+/// The columns that are not always there.
+struct Extra {
+    bool bJob = false;
+    bool bDue = false;
+    bool bCpu = false;
+};
+
+std::vector<Column> ColumnsFor(const Extra& extra) {
     std::vector<Column> vecColumns = {"TIME"};
-    if (bOfAll) {
-        vecColumns.emplace_back("JOB", 12, Align::Left, Cut::Middle);
+    if (extra.bDue) {
+        vecColumns.emplace_back("DUE");
+    }
+    if (extra.bJob) {
+        vecColumns.emplace_back("JOB", 16, Align::Left, Cut::Middle);
     }
     vecColumns.emplace_back("OUTCOME", 12);
     vecColumns.emplace_back("END", 8);
     vecColumns.emplace_back("DURATION", Column::KEPT, Align::Right);
-    if (bCpu) {
+    if (extra.bCpu) {
         vecColumns.emplace_back("CPU", Column::KEPT, Align::Right);
     }
     vecColumns.emplace_back("MEMORY", Column::KEPT, Align::Right);
     return vecColumns;
 }
 
-std::vector<Cell> RowOf(const Entry& entry, bool bOfAll, bool bCpu) {
+std::vector<Cell> RowOf(const Entry& entry, const Extra& extra) {
     const Json::Value& jsEnd = entry.jsOutcome["end"];
     const bool bEnded = HasFigures(jsEnd);
     std::vector<Cell> vecRow = {ShortTextWithSeconds(static_cast<std::time_t>(entry.Decided()))};
-    if (bOfAll) {
-        vecRow.emplace_back(entry.strJob);
+    if (extra.bDue) {
+        vecRow.emplace_back(DueText(entry));
+    }
+    if (extra.bJob) {
+        vecRow.emplace_back(Spelled(entry.strJob));
     }
     vecRow.push_back(OutcomeCell(entry.jsOutcome));
     vecRow.push_back(EndCell(jsEnd, "kind"));
     vecRow.emplace_back(bEnded ? RunTimeText(jsEnd["durationUsec"].asInt64()) : "-");
-    if (bCpu) {
+    if (extra.bCpu) {
         vecRow.emplace_back(bEnded ? RunTimeText(jsEnd["cpuUsec"].asInt64()) : "-");
     }
     vecRow.emplace_back(bEnded ? MemoryText(jsEnd["maxRssKib"].asInt64()) : "-");
@@ -93,10 +124,13 @@ std::vector<Cell> RowOf(const Entry& entry, bool bOfAll, bool bCpu) {
 }
 
 Table TableOf(const std::vector<Entry>& vecEntries, bool bOfAll) {
-    const bool bCpu = !bOfAll || TerminalWidth() == 0 || TerminalWidth() >= WIDE;
-    Table table(ColumnsFor(bOfAll, bCpu));
+    Extra extra;
+    extra.bJob = bOfAll;
+    extra.bDue = std::any_of(vecEntries.begin(), vecEntries.end(), IsLate);
+    extra.bCpu = !bOfAll || TerminalWidth() == 0 || TerminalWidth() >= WIDE;
+    Table table(ColumnsFor(extra));
     for (const Entry& entry : vecEntries) {
-        table.Add(RowOf(entry, bOfAll, bCpu));
+        table.Add(RowOf(entry, extra));
     }
     return table;
 }

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <ctime>
 #include <iostream>
 #include <memory>
@@ -12,6 +13,7 @@
 #include "ctl/jobview.h"
 #include "ctl/pager.h"
 #include "ctl/table.h"
+#include "ctl/text.h"
 #include "ctl/words.h"
 #include "ctl/zone.h"
 
@@ -33,6 +35,7 @@ constexpr std::size_t WIDE = 130;
 bool IsAskedFor(const Asked& asked, const Json::Value& jsJob) {
     const auto matches = [&jsJob](const std::string& strPattern) {
         return fnmatch(strPattern.c_str(), jsJob["id"].asCString(), 0) == 0 ||
+               fnmatch(strPattern.c_str(), Spelled(jsJob["id"].asString()).c_str(), 0) == 0 ||
                fnmatch(strPattern.c_str(), jsJob["name"].asCString(), 0) == 0;
     };
     const auto stands = [&jsJob](const std::string& strState) {
@@ -91,7 +94,7 @@ Times TimesOf(const Json::Value& jsJob, std::time_t tNow) {
 }
 
 Table WideTable(const std::vector<Json::Value>& vecJobs, std::time_t tNow) {
-    Table table({{"JOB", 16, Align::Left, Cut::Middle},
+    Table table({{"JOB", 24, Align::Left, Cut::Middle},
                  {"ACCOUNT", 8},
                  "STATE",
                  "NEXT",
@@ -102,20 +105,20 @@ Table WideTable(const std::vector<Json::Value>& vecJobs, std::time_t tNow) {
                  {"SCHEDULE", 12}});
     for (const Json::Value& jsJob : vecJobs) {
         const Times times = TimesOf(jsJob, tNow);
-        table.Add({jsJob["id"].asString(), jsJob["account"].asString(), StateCell(jsJob), times.strNext, times.strLeft,
-                   times.strLast, times.strAgo == "never" ? "-" : times.strAgo, EndCell(jsJob["last"], "end"),
-                   jsJob["words"].asString()});
+        table.Add({Spelled(jsJob["id"].asString()), jsJob["account"].asString(), StateCell(jsJob), times.strNext,
+                   times.strLeft, times.strLast, times.strAgo == "never" ? "-" : times.strAgo,
+                   EndCell(jsJob["last"], "end"), jsJob["words"].asString()});
     }
     return table;
 }
 
 Table NarrowTable(const std::vector<Json::Value>& vecJobs, std::time_t tNow) {
-    Table table({{"JOB", 12, Align::Left, Cut::Middle}, "STATE", "NEXT", "LEFT", {"LAST", 10}});
+    Table table({{"JOB", 20, Align::Left, Cut::Middle}, "STATE", "NEXT", "LEFT", {"LAST", 10}});
     for (const Json::Value& jsJob : vecJobs) {
         const Times times = TimesOf(jsJob, tNow);
         Cell last = EndCell(jsJob["last"], "end");
         last.strText = times.strAgo + (jsJob["last"].isNull() ? "" : ", " + last.strText);
-        table.Add({jsJob["id"].asString(), StateCell(jsJob), times.strNext, times.strLeft, last});
+        table.Add({Spelled(jsJob["id"].asString()), StateCell(jsJob), times.strNext, times.strLeft, last});
     }
     return table;
 }
@@ -134,18 +137,30 @@ std::string EmptyText(const Asked& asked) {
            std::string(SZF_CRON_FOLDER_PKG_NONROOT) + ", see vukocrond(8).";
 }
 
-void Print(const Asked& asked, std::vector<Json::Value> vecJobs, std::time_t tNow) {
+/// A line of one's own below the table: no wider than the terminal, as a pager stays open for one that is.
+void PrintBelow(Style eStyle, const std::string& strText) {
+    for (const std::string& strPiece : Wrapped(strText, TerminalWidth() == 0 ? SIZE_MAX : TerminalWidth())) {
+        std::cout << Styled(eStyle, strPiece) << "\n";
+    }
+}
+
+void Print(const Asked& asked, std::vector<Json::Value> vecJobs, const Json::Value& jsStatus) {
     if (vecJobs.empty()) {
-        std::cout << EmptyText(asked) << "\n";
+        PrintBelow(Style::Plain, EmptyText(asked));
         return;
     }
+    const std::time_t tNow = NowOf(jsStatus);
     std::stable_sort(vecJobs.begin(), vecJobs.end(), StartsBefore);
     const bool bWide = asked.bFull || TerminalWidth() == 0 || TerminalWidth() >= WIDE;
     const Table table = bWide ? WideTable(vecJobs, tNow) : NarrowTable(vecJobs, tNow);
     table.Print(std::cout, asked.bFull);
-    std::cout << "\n"
-              << vecJobs.size() << (vecJobs.size() == 1 ? " job" : " jobs") << " listed."
-              << (bWide ? "" : " Accounts and schedules: vukocronctl list --full") << "\n";
+    std::cout << "\n";
+    PrintBelow(Style::Plain, std::to_string(vecJobs.size()) + (vecJobs.size() == 1 ? " job" : " jobs") + " listed." +
+                                 (bWide ? "" : " Accounts and schedules: vukocronctl list --full"));
+    if (const std::string strNote = StandstillText(jsStatus["role"] == "passive", jsStatus["draining"].asBool());
+        !strNote.empty()) {
+        PrintBelow(Style::Warn, strNote);
+    }
 }
 
 ExitStatus Run(const Asked& asked, const Common& common) {
@@ -164,7 +179,7 @@ ExitStatus Run(const Asked& asked, const Common& common) {
         return EXIT_DONE;
     }
     const Pager pager(common);
-    Print(asked, vecJobs, tNow);
+    Print(asked, vecJobs, jsStatus);
     return EXIT_DONE;
 }
 

@@ -15,6 +15,7 @@
 #include "ctl/pager.h"
 #include "ctl/terminal.h"
 #include "ctl/text.h"
+#include "ctl/timeline/wording.h"
 
 namespace VUKO::VUKOCrond::Ctl {
 
@@ -31,21 +32,37 @@ constexpr unsigned LINES_BEFORE_FOLLOWING = 10;
 
 /// The lines of a job that may be gone, or of one that the service cannot be asked about: its name is the last part.
 ///
+/// Where other jobs have that name, too, people are told.
+///
 /// @param[out] unknown  set where the service answers that there is no such job.
 LogLines LinesOf(const std::string& strJob, const Common& common, std::optional<ToolError>& unknown) {
     std::string strName = strJob.substr(strJob.rfind('/') + 1);
     std::vector<std::string> vecKnown;
+    std::vector<std::string> vecSame;
+    std::string strId = strJob;
     try {
         Client client(common.strRoot);
-        for (const Json::Value& jsJob : client.AskAll("list")) {
+        const Json::Value jsJobs = client.AskAll("list");
+        for (const Json::Value& jsJob : jsJobs) {
             vecKnown.push_back(jsJob["name"].asString());
+            if (vecKnown.back() == strName) {
+                vecSame.push_back(jsJob["id"].asString());
+            }
         }
-        strName = client.Ask("show", Naming(strJob))["name"].asString();
+        const Json::Value jsJob = client.Ask("show", Naming(strJob));
+        strName = jsJob["name"].asString();
+        strId = jsJob["id"].asString();
     } catch (const ToolError& error) {
         // It is looked for by what was asked.
         if (error.Code() == "not-found") {
             unknown = error;
         }
+    }
+    std::erase(vecSame, strId);
+    if (!vecSame.empty()) {
+        constexpr std::size_t NAMES_MAX = 4;
+        std::cerr << "The log names jobs without their folders: lines may be of "
+                  << Readable(Spelled(Enumerated(vecSame, NAMES_MAX))) << ".\n";
     }
     return {strName, vecKnown};
 }
@@ -188,7 +205,7 @@ ExitStatus Run(const Asked& asked, const Common& common) {
             throw;
         }
         throw ToolError(EXIT_DENIED, std::string(error.what()) +
-                                         "; it is root's. What became of your own jobs tells vukocronctl history.");
+                                         "; it is root's. vukocronctl history tells what became of your own jobs.");
     }
 }
 

@@ -10,6 +10,7 @@
 #include "ctl/nextstarts.h"
 #include "ctl/pager.h"
 #include "ctl/table.h"
+#include "ctl/text.h"
 #include "ctl/zone.h"
 
 namespace VUKO::VUKOCrond::Ctl {
@@ -57,7 +58,8 @@ Json::Value ToJson(const Job& job, const std::vector<NextStart>& vecStarts) {
 class Rows {
 public:
     void Take(const Job& job, const std::vector<NextStart>& vecStarts) {
-        const std::string strName = job.id.strFolder.empty() ? job.id.strName : ToText(job.id);
+        const std::string strName =
+            (job.id.strFolder.empty() ? job.id.strName : Spelled(ToText(job.id))) + (job.bEnabled ? "" : " (disabled)");
         for (const NextStart& start : vecStarts) {
             _mapRows.insert({start.tInstant, {LocalText(start.tInstant), ToText(start.eReason), strName}});
         }
@@ -66,6 +68,10 @@ public:
         }
     }
     void Print(std::ostream& out) const {
+        if (_mapRows.empty()) {
+            out << "There is no job to start; vukocronctl list tells more.\n";
+            return;
+        }
         Table table({"START", "REASON", "JOB"});
         for (const auto& [tInstant, vecRow] : _mapRows) {
             table.Add(vecRow);

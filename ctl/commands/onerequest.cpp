@@ -6,6 +6,7 @@
 #include "ctl/client.h"
 #include "ctl/command.h"
 #include "ctl/nextstarttext.h"
+#include "ctl/text.h"
 
 namespace VUKO::VUKOCrond::Ctl {
 
@@ -44,9 +45,9 @@ ExitStatus Reroll(const Common& common, const std::string& strJob) {
     const Json::Value& jsFields = jsResult["fields"]; // null where they are very long
     const bool bRandom = jsFields.isNull() || jsFields.asString().find('~') != std::string::npos;
     return Answered(common, jsResult,
-                    jsResult["id"].asString() + ": " + (bRandom ? "" : "nothing of its schedule is random, ") +
-                        jsResult["words"].asString() + " (" + jsResult["schedule"].asString() + "); " +
-                        NextStartText(jsResult, jsStatus, tNow) + ".");
+                    Readable(Spelled(jsResult["id"].asString())) + ": " +
+                        (bRandom ? "" : "nothing of its schedule is random, ") + jsResult["words"].asString() + " (" +
+                        jsResult["schedule"].asString() + "); " + NextStartText(jsResult, jsStatus, tNow) + ".");
 }
 
 ExitStatus Role(const Common& common, const std::string& strRole) {

@@ -1,9 +1,11 @@
 #include <csignal>
+#include <cstring>
 #include <iostream>
 #include <memory>
 
 #include "ctl/client.h"
 #include "ctl/command.h"
+#include "ctl/text.h"
 #include "ctl/waiting.h"
 #include "ctl/words.h"
 
@@ -27,6 +29,33 @@ ExitStatus StatusOf(const Json::Value& jsEnd) {
     return jsEnd["kind"] == "signaled" ? static_cast<ExitStatus>(SIGNALED_BASE + iCode) : EXIT_WRONG;
 }
 
+/// How it ended, in one line.
+std::string EndSentence(const std::string& strJob, const Json::Value& jsEnd) {
+    const std::string strKind = jsEnd["kind"].asString();
+    if (strKind == "not-started") {
+        return strJob + " could not be started: " + std::strerror(jsEnd["code"].asInt());
+    }
+    if (strKind != "exited" && strKind != "signaled") {
+        return strJob + ": its end is not known (" + strKind + ")";
+    }
+    return strJob + ": " + EndText(jsEnd, "kind") + " after " + RunTimeText(jsEnd["durationUsec"].asInt64());
+}
+
+/// The job outlives a service that goes away meanwhile.
+Json::Value EndOf(Client& client, const std::string& strJob) {
+    try {
+        return client.Receive();
+    } catch (const ToolError& error) {
+        if (error.Status() != EXIT_UNREACHABLE) {
+            throw;
+        }
+        throw ToolError(EXIT_UNREACHABLE, std::string(error.what()) +
+                                              "; what was started goes on, and once the service is back, \"vukocronctl "
+                                              "show " +
+                                              strJob + "\" tells of it");
+    }
+}
+
 ExitStatus Started(const std::string& strJob, const Common& common) {
     Json::Value jsMembers(Json::objectValue);
     jsMembers["job"] = strJob;
@@ -34,8 +63,8 @@ ExitStatus Started(const std::string& strJob, const Common& common) {
     if (common.bJson) {
         PrintJson(jsResult);
     } else {
-        std::cout << "Started " << jsResult["job"].asString() << "; \"vukocronctl show " << jsResult["job"].asString()
-                  << "\" tells how it goes.\n";
+        const std::string strId = Readable(Spelled(jsResult["job"].asString()));
+        std::cout << "Started " << strId << "; \"vukocronctl show " << strId << "\" tells how it goes.\n";
     }
     return EXIT_DONE;
 }
@@ -46,16 +75,15 @@ ExitStatus Awaited(const std::string& strJob, const Common& common) {
     jsMembers["wait"] = true;
     Client client(common.strRoot);
     client.Send("run", jsMembers);
-    if (!Waiting(strJob + " runs,", common.bJson).UntilReadable(client.Descriptor())) {
-        std::cerr << "No longer waiting: the job goes on, see \"vukocronctl show " << strJob << "\".\n";
+    if (!Waiting(Readable(strJob) + " runs,", common.bJson).UntilReadable(client.Descriptor())) {
+        std::cerr << "No longer waiting: the job goes on, see \"vukocronctl show " << Readable(strJob) << "\".\n";
         return static_cast<ExitStatus>(SIGNALED_BASE + SIGINT);
     }
-    const Json::Value jsResult = client.Receive();
+    const Json::Value jsResult = EndOf(client, strJob);
     if (common.bJson) {
         PrintJson(jsResult);
     } else {
-        std::cout << jsResult["job"].asString() << ": " << EndText(jsResult["end"], "kind") << " after "
-                  << RunTimeText(jsResult["end"]["durationUsec"].asInt64()) << "\n";
+        std::cout << Readable(EndSentence(Spelled(jsResult["job"].asString()), jsResult["end"])) << "\n";
     }
     return StatusOf(jsResult["end"]);
 }

@@ -5,6 +5,7 @@
 #include "ctl/client.h"
 #include "ctl/command.h"
 #include "ctl/jobview.h"
+#include "ctl/nextstarttext.h"
 #include "ctl/pager.h"
 #include "ctl/sheet.h"
 #include "ctl/surroundings.h"
@@ -31,9 +32,10 @@ std::string PassedText(const Json::Value& jsEpoch, std::time_t tNow) {
                                   DurationText(std::max<std::int64_t>(0, tNow - jsEpoch.asInt64())) + " ago";
 }
 
-std::string NextText(const Json::Value& jsJob, std::time_t tNow) {
+std::string NextText(const Json::Value& jsJob, const Json::Value& jsStatus) {
     if (!jsJob["next"].isNull()) {
-        return InstantText(jsJob["next"]) + "; in " + DurationText(jsJob["next"].asInt64() - tNow);
+        return InstantText(jsJob["next"]) + "; in " + DurationText(jsJob["next"].asInt64() - NowOf(jsStatus)) +
+               ObstacleText(jsJob, jsStatus);
     }
     return jsJob["state"] == "invalid"  ? "none: its definition is refused, see vukocronctl status"
            : !jsJob["enabled"].asBool() ? "none: it is disabled"
@@ -47,10 +49,11 @@ std::string GuaranteeText(const Json::Value& jsJob) {
                      (jsJob["overdue"].asBool() ? ", overdue" : "");
 }
 
-void AddRuns(Sheet& sheet, const Json::Value& jsJob, std::time_t tNow) {
-    sheet.Add("Next start", NextText(jsJob, tNow));
+void AddRuns(Sheet& sheet, const Json::Value& jsJob, const Json::Value& jsStatus) {
+    const std::time_t tNow = NowOf(jsStatus);
+    sheet.Add("Next start", NextText(jsJob, jsStatus));
     sheet.Add("Last start", PassedText(jsJob["lastExecution"], tNow));
-    if (!jsJob["last"].isNull()) {
+    if (!jsJob["last"].isNull() && jsJob["last"]["end"] != "running") {
         Cell end = EndCell(jsJob["last"], "end");
         if (jsJob["last"]["end"] == "exited" || jsJob["last"]["end"] == "signaled") {
             end.strText += " after " + RunTimeText(jsJob["last"]["durationUsec"].asInt64());
@@ -64,14 +67,28 @@ void AddRuns(Sheet& sheet, const Json::Value& jsJob, std::time_t tNow) {
     sheet.Add("Known since", InstantText(jsJob["startup"]));
 }
 
-Sheet SheetOf(const Json::Value& jsJob, std::time_t tNow) {
+/// The definition as it was read; nothing of one that is refused now.
+void AddDefinition(Sheet& sheet, const Json::Value& jsDefinition) {
+    if (!jsDefinition.isObject()) {
+        return;
+    }
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "  ";
+    builder["emitUTF8"] = true;
+    std::istringstream definition(Json::writeString(builder, jsDefinition));
+    for (std::string strLine; std::getline(definition, strLine);) {
+        strLine.find('{') == 0 ? sheet.Add("Definition", strLine) : sheet.Continue(strLine);
+    }
+}
+
+Sheet SheetOf(const Json::Value& jsJob, const Json::Value& jsStatus) {
     const bool bOverdue = jsJob["overdue"].asBool();
     Sheet sheet;
     sheet.Add("File", jsJob["file"].asString());
-    sheet.Add("Account", jsJob["account"].asString());
+    sheet.Add("Account", jsJob["account"] == "" ? "not known" : jsJob["account"].asString());
     sheet.Add("Fields", jsJob["fields"].asString());
     sheet.Add("Values", jsJob["schedule"].asString() + " (" + jsJob["words"].asString() + ")");
-    AddRuns(sheet, jsJob, tNow);
+    AddRuns(sheet, jsJob, jsStatus);
     sheet.Add("Overlap", jsJob["overlap"].asString());
     sheet.Add("Timeout", jsJob["timeout"].asInt() == 0 ? "none" : std::to_string(jsJob["timeout"].asInt()) + " s");
     sheet.Add("Passive", jsJob["runOnPassive"].asBool() ? "runs" : "does not run");
@@ -79,13 +96,7 @@ Sheet SheetOf(const Json::Value& jsJob, std::time_t tNow) {
     if (jsJob.isMember("effective")) {
         AddSurroundings(sheet, jsJob["effective"], jsJob["account"].asString());
     }
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "  ";
-    builder["emitUTF8"] = true;
-    std::istringstream definition(Json::writeString(builder, jsJob["definition"]));
-    for (std::string strLine; std::getline(definition, strLine);) {
-        strLine.find('{') == 0 ? sheet.Add("Definition", strLine) : sheet.Continue(strLine);
-    }
+    AddDefinition(sheet, jsJob["definition"]);
     return sheet;
 }
 
@@ -121,9 +132,9 @@ ExitStatus Run(const Asked& asked, const Common& common) {
     const Pager pager(common);
     for (std::size_t u = 0; u < vecShown.size(); ++u) {
         const Cell state = StateCell(vecShown[u]);
-        std::cout << (u == 0 ? "" : "\n") << Styled(Style::Strong, Readable(vecShown[u]["id"].asString())) << " - "
-                  << Styled(state.eStyle, state.strText) << "\n";
-        SheetOf(vecShown[u], tNow).Print(std::cout);
+        std::cout << (u == 0 ? "" : "\n") << Styled(Style::Strong, Readable(Spelled(vecShown[u]["id"].asString())))
+                  << " - " << Styled(state.eStyle, state.strText) << "\n";
+        SheetOf(vecShown[u], jsStatus).Print(std::cout);
     }
     return EXIT_DONE;
 }

@@ -56,7 +56,8 @@ void SetDuration(const std::string& strText, std::vector<Job>& vecJobs) {
     bool bFound = false;
     for (Job& job : vecJobs) {
         const std::string strJob = strText.substr(0, uSign);
-        if (job.id.strName == strJob || (!job.id.strFolder.empty() && ToText(job.id) == strJob)) {
+        const std::string strId = job.id.strFolder.empty() ? std::string() : ToText(job.id);
+        if (job.id.strName == strJob || (!strId.empty() && (strId == strJob || Spelled(strId) == strJob))) {
             job.eLastEnd = EndKind::Exited;
             job.iLastDurationUsec = std::int64_t{iSeconds} * 1'000'000;
             bFound = true;

@@ -23,7 +23,7 @@ struct Asked {
 };
 
 /// The entry of the ledger for a minute of the wall clock: the one decided closest to the instant, where the minute
-/// came twice. Null when there is none.
+/// came twice. Where there is none, that of a start which came in that minute for another one. Null when there is none.
 Json::Value OutcomeAt(const Json::Value& jsOutcomes, std::int64_t iLocalMinute, std::time_t tInstant) {
     Json::Value jsFound;
     for (const Json::Value& jsOutcome : jsOutcomes) {
@@ -32,6 +32,16 @@ Json::Value OutcomeAt(const Json::Value& jsOutcomes, std::int64_t iLocalMinute, 
         };
         if (jsOutcome["minute"].asInt64() == iLocalMinute &&
             (jsFound.isNull() || distance(jsOutcome) < distance(jsFound))) {
+            jsFound = jsOutcome;
+        }
+    }
+    const auto beganThen = [iLocalMinute](const Json::Value& jsOutcome) {
+        const auto began =
+            ReadingAt(static_cast<std::time_t>(jsOutcome["decided"].asInt64() + jsOutcome.get("delay", 0).asInt64()));
+        return jsOutcome["outcome"] != "skipped" && began && began->iLocalMinute == iLocalMinute;
+    };
+    for (const Json::Value& jsOutcome : jsOutcomes) {
+        if (jsFound.isNull() && beganThen(jsOutcome)) {
             jsFound = jsOutcome;
         }
     }
@@ -54,12 +64,14 @@ AskedMinute MinuteAskedFor(const Asked& asked, Client& client) {
     if (!reading) {
         throw ToolError(EXIT_BAD_USAGE, "that time has no local time");
     }
-    minute.iLocalMinute = bLast ? minute.jsOutcomes[0]["minute"].asInt64() : reading->iLocalMinute;
+    minute.iLocalMinute = asked.strAt.empty() ? reading->iLocalMinute : ParseWallMinute(asked.strAt);
     minute.jsOutcome =
         bLast ? minute.jsOutcomes[0] : OutcomeAt(minute.jsOutcomes, minute.iLocalMinute, minute.tInstant);
+    if (!minute.jsOutcome.isNull()) {
+        minute.iLocalMinute = minute.jsOutcome["minute"].asInt64();
+    }
     minute.bMatches = Schedule(minute.jsJob["schedule"].asString()).Matches(WallMinuteOf(minute.iLocalMinute));
-    minute.strTime = LocalText(minute.tInstant - reading->iSecond - (reading->iLocalMinute - minute.iLocalMinute) * 60)
-                         .substr(0, 16);
+    minute.strTime = WallText(minute.iLocalMinute);
     return minute;
 }
 

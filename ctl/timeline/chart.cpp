@@ -11,6 +11,7 @@
 #include "ctl/timeline/layout.h"
 #include "ctl/timeline/scale.h"
 #include "ctl/timeline/wording.h"
+#include "ctl/words.h"
 #include "ctl/zone.h"
 
 namespace VUKO::VUKOCrond::Ctl {
@@ -174,7 +175,8 @@ void Chart::PrintTitle() {
     const bool bWithOffset = !_scale.vecChanges.empty();
     _out << InstantText(_timeline.span.tFrom, bWithOffset) << " to " << InstantText(_timeline.span.tTo, bWithOffset)
          << ", " << _look.strZone << "\n";
-    if (const std::string strNote = NoteOf(_timeline.span); !strNote.empty()) {
+    const TimelineSpan& span = _timeline.span;
+    if (const std::string strNote = StandstillText(span.bPassive, span.bDraining); !strNote.empty()) {
         _out << Styled(Style::Warn, strNote) << "\n";
     }
 }

@@ -1,6 +1,7 @@
 #include "ctl/timeline/svg.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "ctl/text.h"
 #include "ctl/timeline/collisions.h"
@@ -21,9 +22,6 @@ constexpr std::size_t ROWS_MAX = 200;
 constexpr std::size_t MANY_ROWS = 60; ///< more than these are drawn lower
 constexpr std::size_t COLLISIONS_MAX = 12;
 constexpr std::size_t NAMES_MAX = 8;
-constexpr std::size_t NAME_WIDTH = 26;   ///< characters of ordinary width that the room for names holds
-constexpr std::size_t NAMES_WIDTH = 120; ///< of a collision's jobs
-constexpr std::size_t LINE_WIDTH = 170;
 
 constexpr double MARGIN = 24;
 constexpr double NAMES = 196;
@@ -34,20 +32,43 @@ constexpr double TOP = 116; ///< of the first row
 constexpr double LOAD_HEIGHT = 56;
 constexpr double LINE = 20;
 constexpr double LABEL = 40; ///< what a time of day above the hours takes
+constexpr double TEXT = 12;  ///< height of letters, as the style has it
+constexpr double SMALL_TEXT = 11;
 
-/// As CutTo(), but the same in every locale.
-std::string FitTo(const std::string& strText, std::size_t uWidth) {
-    if (WidthOf(strText) <= uWidth) {
-        return strText;
+/// The width of a character of the style's widest font, in parts of its height; rather more than less.
+double EmsOf(const std::string& strCharacter) {
+    const char c = strCharacter.front();
+    if (strCharacter.size() > 1) {
+        constexpr double LETTER = 0.85;
+        constexpr double WIDE_LETTER = 1.05;
+        const std::size_t uColumns = WidthOf(strCharacter);
+        return uColumns == 0 ? 0 : uColumns == 1 ? LETTER : WIDE_LETTER;
     }
-    std::string strFit = strText;
-    while (WidthOf(strFit) + 1 > uWidth) {
-        const auto itFirst = std::find_if(strFit.rbegin(), strFit.rend(), [](char c) {
-            return (static_cast<unsigned char>(c) & 0xc0U) != 0x80U; // the first byte of the last character
-        });
-        strFit.erase(itFirst.base() - 1, strFit.end());
+    return std::strchr("MWmw%@", c) != nullptr        ? 1.0
+           : std::strchr("ijl|!.,:;'", c) != nullptr  ? 0.4
+           : std::strchr(" -()[]/frtI", c) != nullptr ? 0.47
+           : c >= 'A' && c <= 'Z'                     ? 0.79
+                                                      : 0.64;
+}
+
+/// A text that takes no more pixels, its end replaced by an ellipsis where it would.
+std::string FitTo(const std::string& strText, double dWidth, double dHeight = TEXT) {
+    const double dMost = dWidth / dHeight;
+    double dTaken = 0;
+    std::size_t uFits = 0; // the bytes that leave room for the ellipsis
+    for (std::size_t u = 0; u < strText.size();) {
+        std::size_t uNext = u + 1;
+        while (uNext < strText.size() && (static_cast<unsigned char>(strText[uNext]) & 0xc0U) == 0x80U) {
+            ++uNext;
+        }
+        dTaken += EmsOf(strText.substr(u, uNext - u));
+        if (dTaken > dMost) {
+            return strText.substr(0, uFits) + "…";
+        }
+        u = uNext;
+        uFits = dTaken + 1 <= dMost ? u : uFits;
     }
-    return strFit + "…";
+    return strText;
 }
 
 class Picture {
@@ -116,7 +137,7 @@ double Picture::X(std::time_t tInstant) const {
 }
 
 void Picture::Say(const char* szClass, const std::string& strText, double dX) {
-    _sheet.Text(szClass, dX, _dNext, FitTo(strText, LINE_WIDTH));
+    _sheet.Text(szClass, dX, _dNext, FitTo(strText, RIGHT - dX));
     _dNext += LINE;
 }
 
@@ -158,7 +179,7 @@ void Picture::DrawScale() {
     for (std::size_t u = 0; u < _scale.vecDays.size(); ++u) {
         const double dX = X(_scale.vecDays[u]);
         const double dRoom = (u + 1 < _scale.vecDays.size() ? X(_scale.vecDays[u + 1]) : RIGHT) - dX;
-        _sheet.Line("midnight", dX, TOP - 20, dX, _dBottom + LOAD_HEIGHT);
+        _sheet.Line("midnight", dX, TOP - 4, dX, _dBottom + LOAD_HEIGHT);
         if (dRoom >= 50) {
             _sheet.Text("day", dX, TOP - 24, LocalFormat(_scale.vecDays[u], dRoom >= 110 ? "%a %Y-%m-%d" : "%a %d"));
         }
@@ -199,7 +220,7 @@ void Picture::DrawJob(std::size_t uRow) {
         strTip += ", its last run took " + RunTimeText(*job.iLastDurationUsec);
     }
     _sheet.BeginGroup("job", strTip);
-    _sheet.Text("name", MARGIN + 4, dY + 4, FitTo(job.strName, NAME_WIDTH));
+    _sheet.Text("name", MARGIN + 4, dY + 4, FitTo(job.strName, NAMES - 8, SMALL_TEXT));
     if (job.bFrequent) {
         DrawFrequent(row, dY);
     } else {
@@ -330,9 +351,7 @@ void Picture::DrawLegend() {
 void Picture::DrawCollisionGroup(const CollisionGroup& group) {
     _sheet.Text("", MARGIN + 20, _dNext, Moment(group.tFirst));
     _sheet.Text("", LEFT + 40, _dNext, group.uTimes == 1 ? "once" : std::to_string(group.uTimes) + " times");
-    Say("",
-        FitTo(std::to_string(group.vecJobs.size()) + ": " + NamesOf(_timeline.vecJobs, group.vecJobs, NAMES_MAX),
-              NAMES_WIDTH),
+    Say("", std::to_string(group.vecJobs.size()) + ": " + NamesOf(_timeline.vecJobs, group.vecJobs, NAMES_MAX),
         LEFT + 120);
 }
 

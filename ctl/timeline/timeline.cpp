@@ -4,6 +4,7 @@
 #include <map>
 #include <utility>
 
+#include "ctl/text.h"
 #include "ctl/timeline/collisions.h"
 #include "ctl/toolerror.h"
 
@@ -42,7 +43,7 @@ std::vector<TimelineJob> JobsWithNames(const std::vector<Job>& vecJobs) {
     for (std::size_t u = 0; u < vecJobs.size(); ++u) {
         const JobId& id = vecJobs[u].id;
         vecNamed[u].id = id;
-        vecNamed[u].strName = mapNames[id.strName] == 1 || id.strFolder.empty() ? id.strName : ToText(id);
+        vecNamed[u].strName = mapNames[id.strName] == 1 || id.strFolder.empty() ? id.strName : Spelled(ToText(id));
         vecNamed[u].iLastDurationUsec = LastDuration(vecJobs[u]);
     }
     return vecNamed;

@@ -4,6 +4,7 @@
 
 #include "ctl/timeline/collisions.h"
 #include "ctl/timeline/scale.h"
+#include "ctl/words.h"
 #include "ctl/zone.h"
 
 namespace VUKO::VUKOCrond::Ctl {
@@ -58,20 +59,8 @@ std::string SummaryOf(const Timeline& timeline, const std::string& strZone) {
         strText += "; most jobs at once: " + std::to_string(group.vecJobs.size()) + ", " +
                    InstantText(group.tFirst, bWithOffset);
     }
-    const std::string strNote = NoteOf(span);
+    const std::string strNote = StandstillText(span.bPassive, span.bDraining);
     return strText + "." + (strNote.empty() ? "" : " " + strNote);
-}
-
-std::string NoteOf(const TimelineSpan& span) {
-    std::string strNote;
-    if (span.bPassive) {
-        strNote = "The role is passive: only jobs with \"run_on_passive\" start.";
-    }
-    if (span.bDraining) {
-        strNote += strNote.empty() ? "" : " ";
-        strNote += "The service is drained: it starts nothing until \"drain --off\".";
-    }
-    return strNote;
 }
 
 std::string MinuteOfDayText(int iMinuteOfDay) {

@@ -24,9 +24,6 @@ std::vector<std::string> FrequentJobs(const Timeline& timeline);
 /// The whole in one line: time, zone, how many jobs, starts and collisions there are, and the heaviest of these.
 std::string SummaryOf(const Timeline& timeline, const std::string& strZone);
 
-/// What to know of the service besides, in whole sentences; empty: nothing.
-std::string NoteOf(const TimelineSpan& span);
-
 /// "02:00"
 std::string MinuteOfDayText(int iMinuteOfDay);
 

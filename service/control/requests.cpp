@@ -214,7 +214,7 @@ Json::Value Requests::Run(const Asked& asked) {
     if (eReason != SkipReason::None) {
         std::string strMessage = std::string("not started: ") + ToText(eReason);
         if (eReason == SkipReason::Overlap) {
-            strMessage = "process " + std::to_string(_core.Jobs().At(uJob).pidRunning) + " is still going";
+            strMessage = "not started: process " + std::to_string(_core.Jobs().At(uJob).pidRunning) + " is still going";
         } else if (eReason == SkipReason::Stopping && _core.IsDraining()) {
             strMessage = "not started: the service is drained, and starts jobs again when that is switched off";
         }

@@ -49,14 +49,16 @@ class FakeService:
             except OSError:
                 return
             with connection:
-                while request := connection.recv(BUFFER):
-                    connection.send(json.dumps(self.reply(json.loads(request))).encode())
+                while (request := connection.recv(BUFFER)) and (reply := self.reply(json.loads(request))):
+                    connection.send(json.dumps(reply).encode())
 
     def reply(self, request):
         verb, job = request["verb"], request.get("job")
         self.requests += 1
         if self.requests in self.too_often:
             return {"version": 1, "id": None, "ok": False, "error": {"code": "rate", "message": "too many requests"}}
+        if verb == "run":
+            return None  # it goes away
         if job is None:
             told = self.told.get(verb)
             return {"version": 1, "ok": True, "result": page(told) if isinstance(told, list) else told}
@@ -76,7 +78,8 @@ SHOW = {"assureAction": "run", "assureHours": 48, "definition": {"name": "x", "u
 
 
 def job(identity, **changes):
-    return {"id": identity, "name": identity.split("/")[-1], "folder": identity.split("/")[0], "package": None,
+    folder, *package, name = identity.split("/")
+    return {"id": identity, "name": name, "folder": folder, "package": package[0] if package else None,
             "account": "root", "enabled": True, "state": "waiting", "fields": "30 23 * * 1", "schedule": "30 23 -1 -1 1",
             "words": "at 23:30 on Monday", "file": f"/usr/{identity}.conf", "randomMinute": False, "startup": 1795000000,
             "lastExecution": None, "last": None, **changes}

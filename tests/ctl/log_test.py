@@ -12,6 +12,7 @@ import sys
 import tempfile
 import unittest
 
+import fakeservice
 import realservice
 import terminal
 
@@ -34,8 +35,7 @@ class OfAService(unittest.TestCase):
             f"{realservice.SHIPPED}/{number}.conf":
                 {"name": name, "user": "root", "period": "c", "crontab": "0 0 1 1 *", "cmd_list": command}
             for number, (name, command) in enumerate(definitions.items())})).root
-        for name in definitions:
-            tool(cls.root, "run", name, "--wait")
+        cls.runs = {name: tool(cls.root, "run", name, "--wait") for name in definitions}
 
     def test_the_log_of_a_job_and_of_no_other(self):
         self.assertRegex(tool(self.root, "log", "a").stdout, r"^[^\n]* running job: a with command: /bin/true +as user root \(manual\)\n$")
@@ -52,6 +52,23 @@ class OfAService(unittest.TestCase):
             for name, has_colour in [("a", False), ("missing", True)]:
                 shown = terminals.run([TOOL, "--root", self.root, "log", name], width=200)
                 self.assertEqual((shown.status, shown.has_colour), (0, has_colour))
+
+    def test_a_program_that_could_not_be_started(self):
+        self.assertEqual((self.runs["missing"].returncode, self.runs["missing"].stdout),
+                         (1, "builtin/missing could not be started: No such file or directory\n"))
+
+    def test_jobs_of_one_name_cannot_be_told_apart_which_is_told(self):
+        jobs = [fakeservice.job("builtin/a"), fakeservice.job("pkg/a"), fakeservice.job("pkg/b")]
+        with fakeservice.FakeService(fakeservice.world(jobs)) as root:
+            os.makedirs(root + "/var/log")
+            with open(root + "/var/log/vukocrond-execute.log", "w", encoding="utf-8") as file:
+                file.write("running job: a with command: x\n")
+            for asked, notes in [("pkg/a", "The log names jobs without their folders: lines may be of builtin/a.\n"), ("b", "")]:
+                self.assertEqual(tool(root, "log", asked).stderr, notes)
+            for count in ("0", "x"):
+                done = tool(root, "log", "-n", count)
+                self.assertEqual(done.returncode, 2)
+                self.assertIn(f'--lines: "{count}": expected a whole number, 1 or more', done.stderr)
 
     def test_lines_of_a_failed_identity(self):
         with tempfile.TemporaryDirectory() as folder:

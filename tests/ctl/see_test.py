@@ -141,8 +141,28 @@ class OnAScreen(unittest.TestCase):
                                            "Durations of the last 4 runs, oldest first, up to 2.400s; failed: !", "  ▅█▃▂", "   !"])
         self.assertEqual(self.see(told, "history", "backup", LC_ALL="C").lines[-1], "  5921")
         shown = self.see(told, "history")
-        self.assertEqual(shown.lines[1], "2026-11-21 05:10:05  buil…dyn/backup  started          exit 0     300ms  4.9 MiB")
+        self.assertEqual(shown.lines[1], "2026-11-21 05:10:05  built…dyn/backup  started         exit 0     300ms  4.9 MiB")
         self.assertLessEqual(max(map(len, shown.lines)), 80)
+
+    def test_history_tells_the_due_minute_where_it_was_decided_in_another(self):
+        late = [{**RUNS[0], "minute": MINUTE - 30, "outcome": "made-up"}, {**SKIP, "minute": MINUTE - 24 * 60},
+                {**RUNS[1], "end": {**ended("not-started", 2), "durationUsec": 0, "maxRssKib": 0}}]
+        self.assertEqual(self.see(world(JOBS, history={"builtin-dyn/backup": late}), "history", "backup", width=100, NO_COLOR="1").lines, [
+            "TIME                 DUE               OUTCOME            END               DURATION    CPU   MEMORY",
+            "2026-11-21 05:10:05  04:40             made-up            exit 0               300ms  795ms  4.9 MiB",
+            "2026-11-21 04:10:05  04:10             started            not started (No…         -      -        -",
+            "2026-11-21 00:10:05  2026-11-20 05:10  skipped: overlap…  -                        -      -        -"])
+
+    def test_names_are_shown_in_their_own_letters(self):
+        named = job("pkg/\\xd0\\xba\\xe5\\x90\\x8d", name="\u043a\u540d")
+        told = world([named], history={named["id"]: RUNS[:1]})
+        for arguments in (["list"], ["list", "pkg/\u043a*"], ["show", named["id"]], ["history"], ["why", named["id"]], ["next"]):
+            self.assertIn("pkg/\u043a\u540d", self.see(told, *arguments, width=200).text, arguments)
+
+    def test_a_narrow_list_is_no_reason_for_a_pager_to_stay(self):
+        shown = self.see(world(JOBS, status={"role": "passive"}), "list", width=40, NO_COLOR="1")
+        self.assertEqual(shown.lines[-4:], ["4 jobs listed. Accounts and schedules:", "vukocronctl list --full",
+                                            "The role is passive: only jobs with", '"run_on_passive" start.'])
 
     def test_no_name_of_a_job_moves_the_cursor(self):
         evil = job("pkg/\x1b[2J\x07", words="\x1b]0;mine\x07", account="\u202eroot")
@@ -202,6 +222,24 @@ class Lists(unittest.TestCase):
             self.assertEqual((done.returncode, done.stderr), (0, ""))
             self.assertEqual(done.stdout.count("pkg/job-"), told)
 
+    def test_what_keeps_a_job_from_starting(self):
+        for status, text in [({"role": "passive"}, ", but not while this machine is passive\n"),
+                             ({"draining": True}, ", but not while the service is drained\n")]:
+            with fakeservice.FakeService(world(JOBS, status=status)) as root:
+                self.assertIn(text, tool(root, "show", "backup").stdout)
+                self.assertIn("\n4 jobs listed.\nThe ", tool(root, "list").stdout)
+        with fakeservice.FakeService(world(JOBS)) as root:
+            self.assertIn("  pkg/off (disabled)\n", tool(root, "next", "off").stdout)
+            done = tool(root, "next", "bad")
+            self.assertEqual((done.returncode, done.stdout), (1, ""))
+            self.assertIn("bad: its definition is refused, see vukocronctl status", done.stderr)
+
+    def test_a_service_that_goes_away_while_a_run_is_waited_for(self):
+        with fakeservice.FakeService(world(JOBS)) as root:
+            done = tool(root, "run", "backup", "--wait")
+        self.assertEqual((done.returncode, done.stdout), (3, ""))
+        self.assertIn('what was started goes on, and once the service is back, "vukocronctl show backup" tells of it', done.stderr)
+
     def test_history_as_much_as_is_asked_for(self):
         with fakeservice.FakeService(world(JOBS, history={"builtin-dyn/backup": RUNS + [SKIP]})) as root:
             for arguments, count in [([], 5), (["-n", "2"], 2), (["--since", f"@{NOW - 3600}"], 2),
@@ -252,7 +290,29 @@ class Why(unittest.TestCase):
         gap = {"tz": "Europe/Berlin", "offset": 7200, "zone": "CEST", "now": 1774749605}  # 2026-03-29 04:00:05, no 02:30 that day
         outcome = self.start("made-up", minute=(1774749600 + 7200) // 60 - 90, decided=1774746000)
         with fakeservice.FakeService(world([job("pkg/a")], history={"pkg/a": [outcome]}, status=gap)) as root:
-            self.assertIn("made up for because the clock left its minute out: ", tool(root, "why", "a").stdout)
+            for arguments in ([], ["--at", "2026-03-29T02:30"], ["--at", "2026-03-29T03:00"], ["--at", "@1774746059"]):
+                self.assertEqual(tool(root, "why", "a", *arguments).stdout,
+                                 "pkg/a ran for 2026-03-29T02:30, started at 2026-03-29T03:00:00+02:00, made up for because the "
+                                 "clock left its minute out: exit 0.\n", arguments)
+
+    def test_a_minute_that_came_twice_and_one_that_another_start_stands_for(self):
+        first, second = 1792888200, 1792891800  # 2026-10-25 02:30 CEST and CET
+        minute = (first + 7200) // 60
+        entries = [self.skip("clock step", minute=minute, decided=second), self.start(minute=minute, decided=first),
+                   self.skip("service down", minute=minute - 60, decided=first)]
+        status = {"tz": "Europe/Berlin", "offset": 3600, "zone": "CET", "now": second + 7200}
+        ran = "pkg/a ran for 2026-10-25T02:30, started at 2026-10-25T02:30:00+02:00, on time by its schedule: exit 0.\n"
+        with fakeservice.FakeService(world([job("pkg/a")], history={"pkg/a": entries}, status=status)) as root:
+            for at, text in [(f"@{second}", "pkg/a did not run again at 2026-10-25T02:30:00+01:00: the clock showed that minute once "
+                                            "more, and it had run for it at 2026-10-25T02:30:00+02:00 (clock step).\n"),
+                             ("2026-10-25T02:30", ran), (f"@{first}", ran),
+                             ("2026-10-25T01:30", "pkg/a did not run at 2026-10-25T01:30: that minute was passed over, and the one start "
+                                                  "at 2026-10-25T02:30:00+02:00 stands for it, too (service down).\n")]:
+                self.assertEqual(tool(root, "why", "a", "--at", at).stdout, text)
+
+    def test_a_start_that_was_put_off_into_the_minute_that_is_asked_about(self):
+        told = self.why(self.start("delayed", delay=90), at="2026-11-21T05:11")
+        self.assertIn("pkg/a ran for 2026-11-21T05:10, started at 2026-11-21T05:10:00+00:00, put off by 90 s", told)
 
     def test_each_reason_of_a_skip(self):
         for reason, text in [
@@ -287,7 +347,7 @@ class Why(unittest.TestCase):
         with fakeservice.FakeService(world(JOBS)) as root:
             done = tool(root, "why", "nothing")
         self.assertEqual((done.returncode, done.stdout), (1, ""))
-        self.assertIn('there is no job "nothing"', done.stderr)
+        self.assertIn('there is no job "nothing"; vukocronctl list shows those that there are', done.stderr)
 
 
 WITNESS = """import json, os, resource

@@ -290,6 +290,16 @@ class AsAPicture(WithFiles):
         self.assertEqual(root.get("aria-labelledby"), "title desc")
         self.assertIn("7 jobs with 7 starts, 1 collision", root.findtext(SVG + "desc"))
 
+    def test_wide_letters_stay_in_their_column(self):
+        jobs = [job(letter * 60 + str(n), "0 3 * * *") for n, letter in enumerate("WMwi-\u6642")]
+        root = xml.etree.ElementTree.fromstring(self.svg(jobs, *HOURS_OF_NIGHT[:4]))
+        names = [node.text for node in root.iter(SVG + "text") if node.get("class") == "name" and node.text != "load"]
+        self.assertEqual(sorted((len(name), name[0], name[-1]) for name in names),
+                         [(16, "\u6642", "\u2026"), (17, "M", "\u2026"), (17, "W", "\u2026"), (17, "w", "\u2026"),
+                          (35, "-", "\u2026"), (41, "i", "\u2026")])
+        last = [node.text for node in root.iter(SVG + "text")][-1]
+        self.assertRegex(last, "^6: [^\u2026]{60,110}\u2026$")
+
     def test_very_many_jobs_and_starts_make_a_picture_of_bounded_size(self):
         jobs = [job(f"job-{n}", f"{n % 60},{(n + 20) % 60} * * * *") for n in range(1000)]
         text = self.svg(jobs, "--hours", "168", *HOURS_OF_NIGHT[:4])

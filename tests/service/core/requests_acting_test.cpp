@@ -60,7 +60,8 @@ TEST_F(Requests, TellWhyAJobIsNotStartedAndLogNoStart) {
         jsRun["wait"] = bWait;
         const Json::Value jsReply = Ask("run", jsRun);
         EXPECT_EQ(CodeOf(jsReply), "refused");
-        EXPECT_EQ(MessageOf(jsReply), "process " + std::to_string(Launch("a").pidChild) + " is still going");
+        EXPECT_EQ(MessageOf(jsReply),
+                  "not started: process " + std::to_string(Launch("a").pidChild) + " is still going");
         EXPECT_FALSE(_client->Receive());
     }
     _life.Settle();
