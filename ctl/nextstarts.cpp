@@ -14,9 +14,8 @@ using namespace Service;
 constexpr std::time_t SETTLED_SEC = 12 * 3600;
 constexpr std::int64_t MINUTES_OF_DAY = 24 * 60;
 
-/// Whether any minute of the local day holds the job's date. A field without values never matches.
-bool IsDateOf(const Job& job, std::int64_t iLocalDay) {
-    const std::vector<std::vector<int>> vecValues = ScheduleValues(job.strSchedule);
+/// Whether any minute of the local day holds the date of a schedule. A field without values never matches.
+bool IsDateOf(const std::vector<std::vector<int>>& vecValues, std::int64_t iLocalDay) {
     const WallMinute wall = WallMinuteOf(iLocalDay * MINUTES_OF_DAY);
     const auto holds = [](const std::vector<int>& vecField, int iValue) {
         return std::any_of(vecField.begin(), vecField.end(), [iValue](int i) { return i == -1 || i == iValue; });
@@ -43,11 +42,17 @@ std::vector<NextStart> FindNextStarts(const Job& job, ClockPolicy ePolicy, std::
     if (!first) {
         return vecStarts;
     }
+    const std::optional<ClockReading> last = ReadingAt(tLimit);
+    const std::int64_t iLastDay = (last ? last->iLocalMinute : INT64_MAX) / MINUTES_OF_DAY;
+    const std::vector<std::vector<int>> vecValues = ScheduleValues(job.strSchedule);
     std::int64_t iLocalDay = first->iLocalMinute / MINUTES_OF_DAY;
     std::time_t tDone = tAfter;
     // A day at a time, and of the days only those that can have a start: of their own, or made up for the evening
     // before.
-    for (int iDays = 0; vecStarts.size() < uCount; ++iDays, ++iLocalDay) {
+    for (int iDays = 0; vecStarts.size() < uCount && iLocalDay <= iLastDay; ++iDays, ++iLocalDay) {
+        if (!IsDateOf(vecValues, iLocalDay) && !IsDateOf(vecValues, iLocalDay - 1)) {
+            continue; // before the instants are asked for, which takes long where it is done for every day of years
+        }
         const std::time_t tBegin = std::max(DayBegin(tAfter, iDays), tDone + 1);
         const std::time_t tEnd = std::min(DayBegin(tAfter, iDays + 1) - 1, tLimit);
         if (tBegin > tLimit) {
@@ -57,9 +62,6 @@ std::vector<NextStart> FindNextStarts(const Job& job, ClockPolicy ePolicy, std::
             continue;
         }
         tDone = tEnd;
-        if (!IsDateOf(job, iLocalDay) && !IsDateOf(job, iLocalDay - 1)) {
-            continue;
-        }
         Simulator simulator({ePolicy, 0}, TableOf(job));
         simulator.Run(tBegin - SETTLED_SEC, tEnd, {},
                       [&](const ClockReading& reading, const Decision& decision, const JobTable&) {
