@@ -2,6 +2,7 @@
 
 import json
 import os
+import pathlib
 import re
 import shutil
 
@@ -98,6 +99,7 @@ class Packages(MachineTest):
         for page in ("1 vukocronctl", "5 vukocron.conf", "5 vukocrond.conf", "8 vukocrond"):
             self.assertRegex(self.machine.run("man", "--where", *page.split()).stdout, r"^/usr/share/man/man\d/")
         self.assert_shells_complete()
+        self.assert_documents_lead_somewhere()
         page = self.machine.run("zcat", "/usr/share/man/man8/vukocrond.8.gz").stdout
         self.assertIn("\nExecStart=/usr/sbin/vukocrond --", page)
         self.assertIn("Handling 2 logs", self.machine.run("logrotate", "--debug", ROTATION).stderr)
@@ -112,6 +114,15 @@ class Packages(MachineTest):
         self.assertEqual(loaded, "complete -F _vukocronctl vukocronctl\n")
         known = self.machine.run("zsh", "-fc", "autoload -U compinit; compinit -D; echo $_comps[vukocronctl]").stdout
         self.assertEqual(known, "_vukocronctl\n")
+
+    def assert_documents_lead_somewhere(self):
+        folder = pathlib.Path(f"/proc/{self.machine.pid}/root/usr/share/doc/vukocrond")
+        pages = list(folder.glob("*.md"))
+        self.assertGreater(len(pages), 2)
+        for page in pages:
+            text = page.read_text(encoding="utf-8")
+            links = re.findall(r"\]\(([^)#:]+)\)", text) + re.findall(r"\bpictures/[\w.]+", text)
+            self.assertEqual([link for link in links if not (folder / link).exists()], [], page.name)
 
     def assert_folders(self):
         for path, mode in {"/usr/vuko/etc/vukocron.d": "755", FOLDER: "755", "/usr/local/etc/vukocron_nonroot.d": "755",
