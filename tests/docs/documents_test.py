@@ -76,7 +76,7 @@ class Documents(unittest.TestCase):
         count = 0
         for command, shown in commands(block):
             if command.startswith("cat "):
-                file = folder / command.removeprefix("cat ")
+                file = folder / command.removeprefix("cat ").lstrip("/")
                 if file.exists():
                     self.assertEqual(text_of(file).splitlines(), shown, command)
                 file.write_text("\n".join(shown) + "\n", encoding="utf-8")
