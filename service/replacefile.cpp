@@ -61,7 +61,8 @@ public:
 private:
     static std::string NewName() {
         std::uint64_t uRandom = 0;
-        getrandom(&uRandom, sizeof(uRandom), 0); // a name that is taken already fails, it does no harm
+        // A name that is taken already fails, it does no harm.
+        [[maybe_unused]] const ssize_t iRead = getrandom(&uRandom, sizeof(uRandom), 0);
         return ".vuko-" + std::to_string(uRandom) + ".tmp";
     }
 
