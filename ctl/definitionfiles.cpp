@@ -23,7 +23,7 @@ namespace {
 
 using namespace Service;
 
-constexpr off_t TEXT_SIZE_MAX = off_t{4} << 20;
+constexpr off_t EDITED_SIZE_MAX = off_t{4} << 20;
 
 FileName FileNameOf(const Definition& definition) {
     return {PlaceOf(definition.id), std::filesystem::path(definition.strFile).stem().string()};
@@ -101,7 +101,7 @@ std::string ReadText(const FileName& file) {
         throw ToolError(errno == EACCES ? EXIT_DENIED : EXIT_WRONG,
                         file.Path() + " cannot be read: " + std::string(strerror(errno)));
     }
-    if (!S_ISREG(stFile.st_mode) || stFile.st_size > TEXT_SIZE_MAX) {
+    if (!S_ISREG(stFile.st_mode) || stFile.st_size > EDITED_SIZE_MAX) {
         throw ToolError(EXIT_WRONG, file.Path() + " is no definition file: it can be removed, not edited");
     }
     std::string strText(static_cast<std::size_t>(stFile.st_size), '\0');

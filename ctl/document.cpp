@@ -1,14 +1,13 @@
 #include "ctl/document.h"
 
-#include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <memory>
 
+#include "ctl/textfile.h"
 #include "platform/vukojson.h"
 #include "service/definitions/jsonfault.h"
 #include "service/uniquefd.h"
@@ -18,27 +17,6 @@ namespace VUKO::VUKOCrond::Ctl {
 namespace {
 
 using Service::UniqueFd;
-
-/// The platform reads no more; what is larger it refuses by itself.
-constexpr std::size_t TEXT_MAX = std::size_t{5} << 20;
-
-/// @return 0, or the errno value of the failure.
-int ReadText(const std::string& strFile, std::string& strText) {
-    const UniqueFd fdFile(strFile == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
-                                         : open(strFile.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
-    std::array<char, 64 * 1024> aBuffer;
-    while (fdFile && strText.size() < TEXT_MAX) {
-        const ssize_t iRead = read(fdFile.Get(), aBuffer.data(), aBuffer.size());
-        if (iRead == 0) {
-            return 0;
-        }
-        if (iRead < 0 && errno != EINTR) {
-            return errno;
-        }
-        strText.append(aBuffer.data(), iRead < 0 ? 0 : static_cast<std::size_t>(iRead));
-    }
-    return fdFile ? 0 : errno;
-}
 
 /// The platform decides what a document is, and reads files only: it is given a copy in memory, so that what is told of
 /// the text is told of what was read, and pipes can be read as well.
@@ -69,7 +47,7 @@ void FindPlaces(Document& document) {
 
 Document ReadDocument(const std::string& strFile) {
     Document document;
-    int iCode = ReadText(strFile, document.strText);
+    int iCode = ReadTextFile(strFile, document.strText);
     iCode = iCode != 0 ? iCode : JudgeText(document.strText, document.jsValue);
     if (iCode == 0) {
         FindPlaces(document);

@@ -1,12 +1,16 @@
 #include "ctl/textfile.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <iostream>
 
 #include "ctl/toolerror.h"
 #include "service/replacefile.h"
+#include "service/uniquefd.h"
 
 namespace VUKO::VUKOCrond::Ctl {
 
@@ -27,6 +31,23 @@ void RefuseLink(const std::string& strFile) {
 }
 
 } // namespace
+
+int ReadTextFile(const std::string& strFile, std::string& strText) {
+    const Service::UniqueFd fdFile(strFile == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
+                                                  : open(strFile.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+    std::array<char, 64 * 1024> aBuffer;
+    while (fdFile && strText.size() < TEXT_SIZE_MAX) {
+        const ssize_t iRead = read(fdFile.Get(), aBuffer.data(), aBuffer.size());
+        if (iRead == 0) {
+            return 0;
+        }
+        if (iRead < 0 && errno != EINTR) {
+            return errno;
+        }
+        strText.append(aBuffer.data(), iRead < 0 ? 0 : static_cast<std::size_t>(iRead));
+    }
+    return fdFile ? 0 : errno;
+}
 
 void WriteTextFile(const std::string& strFile, std::string_view strText) {
     if (strFile == "-") {

@@ -4,15 +4,13 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iostream>
-#include <iterator>
 #include <optional>
 #include <utility>
 
 #include "ctl/import/croncommand.h"
 #include "ctl/import/cronschedule.h"
 #include "ctl/text.h"
+#include "ctl/textfile.h"
 #include "ctl/toolerror.h"
 #include "ctl/zone.h"
 #include "platform/vukojson.h"
@@ -291,16 +289,12 @@ CrontabFormat GuessFormat(const std::string& strFile) {
 }
 
 std::string ReadCrontab(const std::string& strFile) {
-    if (strFile == "-") {
-        return std::string(std::istreambuf_iterator<char>(std::cin), {});
-    }
-    errno = 0;
-    std::ifstream in(strFile, std::ios::binary);
-    const bool bFolder = std::filesystem::is_directory(strFile);
-    std::string strText = in && !bFolder ? std::string(std::istreambuf_iterator<char>(in), {}) : std::string();
-    if (!in || bFolder || in.bad()) {
-        const int iErrno = bFolder ? EISDIR : errno != 0 ? errno : EIO;
+    std::string strText;
+    if (const int iErrno = ReadTextFile(strFile, strText); iErrno != 0) {
         throw ToolError(iErrno == EACCES ? EXIT_DENIED : EXIT_WRONG, strFile + " cannot be read: " + strerror(iErrno));
+    }
+    if (strText.size() >= TEXT_SIZE_MAX) {
+        throw ToolError(EXIT_WRONG, strFile + " is larger than any crontab");
     }
     return strText;
 }

@@ -206,7 +206,7 @@ class Formats(Converted):
         done = tool("-", "--user", "root", text=b"# a\n0 0 * * * /bin/a\0b\n", root=self.folder.name)
         self.assertEqual((done.returncode, done.stdout), (1, ""))
         self.assertIn("-:2: holds a NUL byte", done.stderr)
-        for path, reason in [("/no/such", "No such file"), (self.folder.name, "Is a directory")]:
+        for path, reason in [("/no/such", "No such file"), (self.folder.name, "Is a directory"), ("/dev/zero", "is larger than")]:
             done = tool(path, "--user", "root", root=self.folder.name)
             self.assertEqual(done.returncode, 1)
             self.assertIn(reason, done.stderr)
