@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "crond/cronjob.h"
+#include "ctl/stagedfiles.h"
 #include "ctl/toolerror.h"
 #include "service/definitions/definitionfile.h"
 #include "service/logtext.h"
@@ -110,7 +111,12 @@ std::string ReadText(const FileName& file) {
     return strText;
 }
 
-DefinedJobs::DefinedJobs() : _scan(ScanDefinitions()) {}
+DefinedJobs::DefinedJobs() {
+    for (const Place& place : MayChangeSystem() ? AllPlaces() : OwnPlaces()) {
+        StagedFiles::Complete(place);
+    }
+    _scan = ScanDefinitions();
+}
 
 /// A file of which nothing is accepted holds no job that could be found by its name: what counts then is the file's
 /// own.

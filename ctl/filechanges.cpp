@@ -12,11 +12,13 @@
 #include <cstring>
 #include <set>
 #include <thread>
+#include <utility>
 
 #include "crond/configmanager.h"
 #include "crond/cronjob.h"
 #include "crond/pkgconfigmanager.h"
 #include "ctl/actas.h"
+#include "ctl/stagedfiles.h"
 #include "ctl/toolerror.h"
 #include "platform/vlibc.h"
 #include "platform/vukosdk.h"
@@ -106,20 +108,24 @@ class FolderLocks {
 public:
     explicit FolderLocks(const std::set<Place>& setPlaces) {
         for (const Place& place : setPlaces) { // in one order for all
+            bool bLocked = false;
             _vecFolders.emplace_back(open(place.Path().c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
             const auto end = std::chrono::steady_clock::now() + PATIENCE;
-            while (_vecFolders.back() && flock(_vecFolders.back().Get(), LOCK_EX | LOCK_NB) != 0 &&
+            while (_vecFolders.back() && !(bLocked = flock(_vecFolders.back().Get(), LOCK_EX | LOCK_NB) == 0) &&
                    std::chrono::steady_clock::now() < end) {
                 std::this_thread::sleep_for(STEP);
             }
+            _bAll = _bAll && bLocked;
         }
     }
+    bool AreAllHeld() const { return _bAll; }
 
 private:
     static constexpr std::chrono::milliseconds PATIENCE{2000};
     static constexpr std::chrono::milliseconds STEP{10};
 
     std::vector<Service::UniqueFd> _vecFolders; ///< locked for as long as they are open
+    bool _bAll = true;
 };
 
 /// Who presses Ctrl-C, or closes the terminal, ends the tool before the first write or after the last one.
@@ -245,21 +251,65 @@ void FileChanges::Commit() {
     RequireUnchanged();
     const DefinedJobs former;
     std::vector<FileName> vecWritten;
-    const auto fail = [&](const ToolError& error) {
+    try {
+        if (locks.AreAllHeld() && CanBeStaged()) {
+            WriteStaged(vecWritten);
+        } else {
+            WriteEach(vecWritten);
+        }
+        const DefinedJobs now;
+        for (const FileName& file : vecWritten) {
+            if (const std::vector<std::string> vecRefusals = now.NewRefusals(former, file); !vecRefusals.empty()) {
+                throw ToolError(EXIT_WRONG, "the service would refuse it: " + vecRefusals.front());
+            }
+        }
+    } catch (const ToolError& error) {
         const std::string strLeft = TakeBack(vecWritten);
         throw ToolError(error.Status(),
                         error.what() + std::string(strLeft.empty() ? ". Nothing is changed" : ". " + strLeft));
-    };
+    }
+}
+
+bool FileChanges::CanBeStaged() const {
+    return _mapChanges.size() > 1 && std::all_of(_mapChanges.begin(), _mapChanges.end(), [&](const auto& change) {
+               return change.first.place == _mapChanges.begin()->first.place && !change.second.before.IsThere() &&
+                      change.second.after && !StagedFiles::HiddenStem(change.first.strStem).empty();
+           });
+}
+
+void FileChanges::WriteStaged(std::vector<FileName>& vecWritten) {
+    const Place place = _mapChanges.begin()->first.place;
+    const StagedFiles staged(place);
+    staged.Begin();
+    int iErrno = 0;
+    for (const auto& [file, change] : _mapChanges) {
+        const FileName hidden{place, StagedFiles::HiddenStem(file.strStem)};
+        if (iErrno = Write(hidden, change.before, change.after); iErrno != 0) {
+            staged.GiveUp();
+            throw Failure(file, false, iErrno);
+        }
+    }
+    if (iErrno = staged.Decide(); iErrno != 0) {
+        staged.GiveUp();
+        throw Failure(_mapChanges.begin()->first, false, iErrno);
+    }
+    std::vector<std::string> vecShown;
+    iErrno = staged.Show(vecShown);
+    for (const std::string& strStem : vecShown) {
+        if (FileName file{place, strStem}; _mapChanges.contains(file)) { // a package may put others there
+            vecWritten.push_back(std::move(file));
+        }
+    }
+    if (iErrno != 0) {
+        throw Failure(_mapChanges.begin()->first, false, iErrno);
+    }
+}
+
+void FileChanges::WriteEach(std::vector<FileName>& vecWritten) {
     for (const auto& [file, change] : _mapChanges) {
         vecWritten.push_back(file); // also one that fails: it may stand there and not be safe on the disk
         if (const int iErrno = Write(file, change.before, change.after); iErrno != 0) {
-            fail(Failure(file, !change.after, iErrno));
-        }
-    }
-    const DefinedJobs now;
-    for (const FileName& file : vecWritten) {
-        if (const std::vector<std::string> vecRefusals = now.NewRefusals(former, file); !vecRefusals.empty()) {
-            fail(ToolError(EXIT_WRONG, "the service would refuse it: " + vecRefusals.front()));
+            throw Failure(file, !change.after, iErrno);
         }
     }
 }

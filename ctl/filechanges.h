@@ -41,6 +41,11 @@ private:
     };
 
     Change& ChangeOf(const FileName& file);
+    /// Whether all are new files of one folder, of which there are several.
+    bool CanBeStaged() const;
+    /// Both write all of it. @param vecWritten  what may have been written. @throws ToolError
+    void WriteStaged(std::vector<FileName>& vecWritten);
+    void WriteEach(std::vector<FileName>& vecWritten);
     void RequireUnchanged() const;
     /// @return what could not be put back, for the message; empty when all is as before.
     std::string TakeBack(const std::vector<FileName>& vecWritten);

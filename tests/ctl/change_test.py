@@ -331,6 +331,30 @@ class RemoveAndEnable(Case):
         self.assertEqual([name for name in names if not ROOT.file(f"builtin-dyn/{name}").exists()], [])
         self.done("remove", *names)
 
+    def test_of_one_that_is_killed_all_is_there_or_nothing(self):
+        names = [f"kill{number}" for number in range(40)]
+        text = json.dumps([named(name) for name in names])
+        folder = ROOT.file("builtin-dyn/x").parent
+        tool = subprocess.Popen(ROOT.command("add", "-"), stdin=subprocess.PIPE, stdout=subprocess.DEVNULL, text=True,
+                                env=rooted.ENVIRONMENT)
+        tool.stdin.write(text)
+        tool.stdin.close()
+        while tool.poll() is None and not list(folder.glob(".vukocronctl-new-*")):
+            time.sleep(0)
+        tool.kill()
+        tool.wait(60)
+        found = ROOT.run("disable", "kill0").returncode == 0
+        self.assertEqual(len(list(folder.glob("kill*"))), 40 if found else 0)
+        if not found:
+            self.done("add", "-", text=text)
+        self.assertEqual((len(list(folder.glob("kill*"))), list(folder.glob(".vuko*"))), (40, []))
+        # One that had decided: whoever looks for a job next brings it to its end.
+        for name in names[:20]:
+            (folder / f"{name}.conf").rename(folder / f".vukocronctl-new-{name}.conf")
+        (folder / ".vukocronctl-decided").touch()
+        self.done("remove", *names)
+        self.assertEqual((list(folder.glob("kill*")), list(folder.glob(".vuko*"))), ([], []))
+
     def test_a_job_that_stands_twice_is_removed_wholly(self):
         ROOT.define("pkg/a-first", named("twice"))
         ROOT.define("pkg/b-second", [named("twice", timeout=3), named("companion")])
