@@ -20,6 +20,8 @@ public:
     ///
     /// @throws ToolError when it may not be read, or cannot be
     std::vector<std::string> Take();
+    /// What there was at the last call of a line that has not ended, or never will; empty: nothing.
+    const std::string& Begun() const { return _strBegun; }
     /// Whether it was there at the last call.
     bool IsThere() const { return _iFd >= 0; }
     /// Waits until there may be more lines. @return false when the reader is asked to end (SIGINT, SIGTERM), or nobody

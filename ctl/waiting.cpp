@@ -1,6 +1,7 @@
 #include "ctl/waiting.h"
 
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <csignal>
 #include <iostream>
 
+#include "ctl/text.h"
 #include "ctl/words.h"
 
 namespace VUKO::VUKOCrond::Ctl {
@@ -66,10 +68,18 @@ bool Waiting::UntilReadable(int iFd) {
     }
 }
 
-/// Nothing at first: most jobs end before anybody wonders.
+/// Nothing at first: most jobs end before anybody wonders. Never more than one line of the terminal: only that can be
+/// taken back.
 void Waiting::Draw(long iSeconds) {
     if (iSeconds > 0) {
-        std::cerr << "\r" << _strWhat << " " << DurationText(iSeconds) << "\x1b[K" << std::flush;
+        winsize size = {};
+        ioctl(STDERR_FILENO, TIOCGWINSZ, &size);
+        const std::string strTime = " " + DurationText(iSeconds);
+        constexpr std::size_t ECHO_ROOM = 3; // of a Ctrl-C
+        const std::size_t uWidth = size.ws_col != 0 ? size.ws_col : 80;
+        const std::size_t uColumns = uWidth > ECHO_ROOM ? uWidth - ECHO_ROOM : 1;
+        const std::size_t uRoom = uColumns > strTime.size() ? uColumns - strTime.size() : 0;
+        std::cerr << "\r" << CutTo(CutTo(_strWhat, uRoom) + strTime, uColumns) << "\x1b[K" << std::flush;
         _bDrawn = true;
     }
 }

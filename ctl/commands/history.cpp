@@ -85,16 +85,17 @@ struct Extra {
     bool bCpu = false;
 };
 
+/// Times are not cut: where due minutes are told as well, the others give more.
 std::vector<Column> ColumnsFor(const Extra& extra) {
     std::vector<Column> vecColumns = {"TIME"};
     if (extra.bDue) {
         vecColumns.emplace_back("DUE");
     }
     if (extra.bJob) {
-        vecColumns.emplace_back("JOB", 16, Align::Left, Cut::Middle);
+        vecColumns.emplace_back("JOB", extra.bDue ? 8 : 16, Align::Left, Cut::Middle);
     }
-    vecColumns.emplace_back("OUTCOME", 12);
-    vecColumns.emplace_back("END", 8);
+    vecColumns.emplace_back("OUTCOME", extra.bDue ? 4 : 12);
+    vecColumns.emplace_back("END", extra.bDue ? 6 : 8);
     vecColumns.emplace_back("DURATION", Column::KEPT, Align::Right);
     if (extra.bCpu) {
         vecColumns.emplace_back("CPU", Column::KEPT, Align::Right);

@@ -125,7 +125,11 @@ ExitStatus ShowFile(const std::string& strPath, const std::string& strAbsent, co
     if (asked.bFollow) {
         return Follow(file, shown);
     }
-    const std::vector<std::string> vecLines = shown.LastOf(file.Take());
+    std::vector<std::string> vecAll = file.Take();
+    if (!file.Begun().empty()) { // a program need not end what it prints in a line feed
+        vecAll.push_back(file.Begun());
+    }
+    const std::vector<std::string> vecLines = shown.LastOf(std::move(vecAll));
     if (!file.IsThere()) {
         throw ToolError(EXIT_WRONG, strPath + " is not there: " + strAbsent);
     }

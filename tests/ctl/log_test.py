@@ -29,7 +29,7 @@ def tool(root, *arguments, **options):
 class OfAService(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        definitions = {"a": ["/bin/true"], "a with command: b": ["/bin/true"], "loud": ["/bin/echo", "\x1b[2Jloud"],
+        definitions = {"a": ["/bin/true"], "unended": ["/usr/bin/printf", "one\\ntwo"], "a with command: b": ["/bin/true"], "loud": ["/bin/echo", "\x1b[2Jloud"],
                        "missing": ["/no/such/program"]}
         cls.root = cls.enterClassContext(realservice.RealService(SERVICE, {
             f"{realservice.SHIPPED}/{number}.conf":
@@ -85,6 +85,7 @@ class OfAService(unittest.TestCase):
 
     def test_output_of_a_job(self):
         self.assertEqual(tool(self.root, "log", "loud", "-o").stdout, "\\x1b[2Jloud\n")
+        self.assertEqual(tool(self.root, "log", "unended", "-o", "-n", "1").stdout, "two\n")
         done = tool(self.root, "log", "--output", "a with command: b")
         self.assertEqual(done.returncode, 0)
         self.assertEqual(tool(self.root, "log", "-o").returncode, 2)

@@ -153,6 +153,9 @@ class OnAScreen(unittest.TestCase):
             "2026-11-21 04:10:05  04:10             started            not started (No…         -      -        -",
             "2026-11-21 00:10:05  2026-11-20 05:10  skipped: overlap…  -                        -      -        -"])
 
+        shown = self.see(world(JOBS, history={"builtin-dyn/backup": late}), "history", NO_COLOR="1")
+        self.assertEqual(shown.lines[1], "2026-11-21 05:10:05  04:40             bu…ackup  mad…  exit 0     300ms  4.9 MiB")
+
     def test_names_are_shown_in_their_own_letters(self):
         named = job("pkg/\\xd0\\xba\\xe5\\x90\\x8d", name="\u043a\u540d")
         told = world([named], history={named["id"]: RUNS[:1]})
