@@ -66,9 +66,9 @@ Json::Value ToJson(const ChangedJob& job, const Uptake& uptake, const Json::Valu
 std::string ChangeText(const ChangedJob& job) {
     if (job.szChange == std::string("unchanged")) {
         const bool bEnabled = job.after && job.after->get("enabled", true).asBool();
-        return ToText(job.id) + " is " + (bEnabled ? "enabled" : "disabled") + " already";
+        return Spelled(ToText(job.id)) + " is " + (bEnabled ? "enabled" : "disabled") + " already";
     }
-    std::string strText = std::string(job.szChange) + " " + ToText(job.id);
+    std::string strText = std::string(job.szChange) + " " + Spelled(ToText(job.id));
     strText.front() = static_cast<char>(std::toupper(static_cast<unsigned char>(strText.front())));
     return strText;
 }

@@ -45,13 +45,20 @@ bool IsAskedFor(const Asked& asked, const Json::Value& jsJob) {
            (asked.vecStates.empty() || std::any_of(asked.vecStates.begin(), asked.vecStates.end(), stands));
 }
 
+std::optional<std::time_t> NextOf(const Json::Value& jsJob, Client& client, Service::ClockPolicy ePolicy,
+                                  std::time_t tNow) {
+    const bool bTold = !jsJob["schedule"].isNull(); // else too long for a list
+    return bTold ? NextStartOf(jsJob, ePolicy, tNow)
+                 : NextStartOf(client.Ask("show", Naming(jsJob["id"].asString())), ePolicy, tNow);
+}
+
 /// The jobs that are asked for, with "next" (null: none comes), in the order of the service.
 std::vector<Json::Value> JobsAskedFor(const Asked& asked, Client& client, Service::ClockPolicy ePolicy,
                                       std::time_t tNow) {
     std::vector<Json::Value> vecJobs;
     for (Json::Value& jsJob : client.AskAll("list")) {
         if (IsAskedFor(asked, jsJob)) {
-            const std::optional<std::time_t> next = NextStartOf(jsJob, ePolicy, tNow);
+            const std::optional<std::time_t> next = NextOf(jsJob, client, ePolicy, tNow);
             jsJob["next"] = next ? Json::Value(static_cast<Json::Int64>(*next)) : Json::Value();
             vecJobs.push_back(std::move(jsJob));
         }

@@ -196,6 +196,10 @@ class Lists(unittest.TestCase):
         self.assertEqual(self.ids("--state", "invalid,disabled"), ["off", "bad"])
         self.assertEqual(self.ids("--state", "failed"), ["backup"])
 
+    def test_the_next_start_of_a_schedule_that_is_too_long_for_the_list(self):
+        shown = self.listed(jobs=[job("pkg/a", schedule="30" + ",30" * 50 + " 23 -1 -1 1")])
+        self.assertIn("  2026-11-23 23:30  in 2d 18h  ", shown)
+
     def test_an_empty_list_says_what_to_do(self):
         self.assertIn("No job fits.", self.listed("none"))
         self.assertIn("Put a definition into ", self.listed(jobs=[]))
