@@ -1,4 +1,4 @@
-"""docs/TUTORIAL.md, walked through on a machine with the installed service.
+"""docs/TUTORIAL.md, walked through on a machine with the installed service, and what the README shows of one.
 
 Environment: VUKO_BUILD_DIR. With VUKO_DOCS_REWRITE=1 the page is given the outputs that came, for whoever has changed
 them and then looks at the difference.
@@ -40,7 +40,7 @@ class Tutorial(MachineTest):
     def do(self, command, last):
         """Runs it with the status of the one before as $?. @return the lines that it printed, and its status."""
         as_whom = ["runuser", "-u", ACCOUNT, "--"] if command.who == "account" else []
-        done = self.machine.run("env", f"--chdir={PLACE}", "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/bin",
+        done = self.machine.run("env", f"--chdir={PLACE}", f"PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/bin:{PLACE}",
                                 *as_whom, "bash", "-c", f"exec 2>&1; (exit {last})\n{command.text}", check=False)
         return done.stdout.splitlines(), done.returncode
 
@@ -71,6 +71,18 @@ class Tutorial(MachineTest):
         self.assertGreater(len(outputs), 20)
         if "VUKO_DOCS_REWRITE" in os.environ:
             page.write_text(walk.with_what_was_printed(text, outputs), encoding="utf-8")
+
+    def test_the_readme_shows_what_is_printed(self):
+        """Of the list its columns, as the jobs are others here; the first one is added by what comes after it."""
+        self.machine.write(f"{PLACE}/backup", "#!/bin/sh\n", mode="755")
+        looks, *changes = walk.steps((SOURCE / "README.md").read_text(encoding="utf-8"))
+        self.assertGreater(len(changes), 1)
+        for command in changes:
+            printed, _ = self.do(command, 0)
+            self.assertTrue(walk.is_as_shown(command.shown, printed), [command.shown, printed])
+        looks.who = "root"
+        printed, _ = self.do(looks, 0)
+        self.assertEqual(walk.form(printed[0]), walk.form(looks.shown[0]))
 
     def test_its_program_is_the_one_that_was_compiled(self):
         text = (SOURCE / "docs/TUTORIAL.md").read_text(encoding="utf-8")
