@@ -122,14 +122,17 @@ int VLIBCExec(const char* szProgram, ...) {
 }
 
 unsigned VLIBCErrGet(void) {
+    errno = EDOM; // nobody promises that asking for the last error leaves this one alone
     return StorePlatform().uErrCode;
 }
 
 const char* VLIBCErrorGetFile(void) {
+    errno = EDOM;
     return StorePlatform().strErrFile.c_str();
 }
 
 int VLIBCErrorGetLine(void) {
+    errno = EDOM;
     return StorePlatform().iErrLine;
 }
 

@@ -20,7 +20,7 @@ TEST_F(LaunchFailure, OfTheForkKeepsTheJobReadyAndStamped) {
     EXPECT_EQ(_syslog.Formats(), Texts{"%s:%d Failed to fork() (%m)"});
     EXPECT_EQ(_job._strReadyCrontab, "ready");
     EXPECT_EQ(_job._jsJob["lastExecution"].asInt64(), NOW);
-    EXPECT_EQ(_job._jsJob["expireTime"].asInt(), 0);
+    EXPECT_EQ(_job._jsJob["expireTime"], 0) << "also where it was not there before";
     EXPECT_EQ(fake::Calls(), Texts{"fork 71"});
     EXPECT_FALSE(support::Exists(_log.Path()));
 }
