@@ -51,9 +51,8 @@ int TakeCommand(int iCount, char** aArguments, std::vector<std::string>& vecComm
 
 /// The words of a command line, the last one first.
 std::vector<std::string> WordsForParser(char** aFirst, char** aEnd) {
-    char** const aCommand = FindCommand(aFirst, aEnd);
-    std::vector<std::string> vecWords(aFirst, aCommand);
-    std::transform(aCommand, aEnd, std::back_inserter(vecWords), Marked);
+    std::vector<std::string> vecWords;
+    std::transform(aFirst, aEnd, std::back_inserter(vecWords), Marked);
     std::reverse(vecWords.begin(), vecWords.end());
     return vecWords;
 }
@@ -66,9 +65,7 @@ ExitStatus Work(int iCount, char** aArguments) {
     app.failure_message(Complaint);
     app.set_help_flag("-h,--help", "Print this text and end");
     app.set_version_flag("-V,--version", "vukocronctl " VUKO_VERSION, "Print the version and end");
-    app.add_option("--root", common.strRoot, "All folders and files lie below DIR")
-        ->type_name("DIR")
-        ->check(CLI::Validator(CLI::ExistingDirectory).description(""));
+    Command(app).Option("--root", common.strRoot, "All folders and files lie below DIR").Type("DIR").ExistingFolder();
     app.add_flag("--json", common.bJson, "Print one JSON document; may stand behind the command, too");
     app.add_flag("--no-pager", common.bNoPager, "Let nothing go through a pager");
     app.require_subcommand(0, 1); // what is no command is told by its name then
