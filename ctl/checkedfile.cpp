@@ -147,36 +147,40 @@ void FileChecker::CheckFile(const std::string& strFile) {
     CheckedFile file{strFile, SourceText(std::move(document.strText))};
     const Folder folder = strFile == "-" ? Folder{"-"} : FolderOf(strFile);
     ForgetNamesOf(folder.PathOf(strFile));
+    Review ofFile = LookAtFile(strFile, folder);
     if (document.strReason.empty()) {
-        LookAtDocument(file, folder, document.jsValue);
+        LookAtDocument(file, folder, document.jsValue, ofFile.vecWarnings.empty());
     } else {
         file.review.vecErrors.push_back(WhyNoDocument(document, file.source));
         file.bDenied = document.bDenied;
     }
-    LookAtFile(file, folder);
+    TakeOver(file.review, std::move(ofFile), std::string());
     _vecFiles.push_back(std::move(file));
 }
 
 /// What the service has against the file itself. That bears on none of the definitions in it.
-void FileChecker::LookAtFile(CheckedFile& file, const Folder& folder) const {
+Review FileChecker::LookAtFile(const std::string& strFile, const Folder& folder) {
+    Review review;
     struct stat stFile = {};
-    if (!folder.bOfService || lstat(file.strFile.c_str(), &stFile) != 0) {
-        return;
+    if (!folder.bOfService || lstat(strFile.c_str(), &stFile) != 0) {
+        return review;
     }
-    if (!Service::IsDefinitionFileName(fs::path(file.strFile).filename().string())) {
-        Warn(file.review, "not-read", "the service does not read it: its name is not NAME.conf, or begins with a dot");
-        return;
+    if (!Service::IsDefinitionFileName(fs::path(strFile).filename().string())) {
+        Warn(review, "not-read", "the service does not read it: its name is not NAME.conf, or begins with a dot");
+        return review;
     }
     std::string strReason = folder.strReason;
     if (strReason.empty()) {
         strReason = Service::WhyNoDefinitionFile(stFile, folder.origin.uidPackage);
     }
     if (!strReason.empty()) {
-        Warn(file.review, "file-refused", "the service refuses the file: " + strReason);
+        Warn(review, "file-refused", "the service refuses the file: " + strReason);
     }
+    return review;
 }
 
-void FileChecker::LookAtDocument(CheckedFile& file, const Folder& folder, const Json::Value& jsDocument) {
+void FileChecker::LookAtDocument(CheckedFile& file, const Folder& folder, const Json::Value& jsDocument,
+                                 bool bIsTaken) {
     const bool bArray = jsDocument.isArray();
     if (!bArray && !jsDocument.isObject()) {
         file.review.vecErrors.push_back(
@@ -196,11 +200,16 @@ void FileChecker::LookAtDocument(CheckedFile& file, const Folder& folder, const 
     if (bArray && jsDocument.empty()) {
         Warn(file.review, "no-definitions", "the file holds no definition");
     }
+    const bool bCounts = bIsTaken && file.review.vecErrors.empty();
     const Json::ArrayIndex uCount = bArray ? jsDocument.size() : 1;
     for (Json::ArrayIndex i = 0; i < std::min<Json::ArrayIndex>(uCount, Service::DEFINITIONS_IN_FILE_MAX); ++i) {
         const Json::Value& jsDefinition = bArray ? jsDocument[i] : jsDocument;
         Review review = ReviewDefinition(jsDefinition, folder.origin);
         LookAtName(review, file, folder, jsDefinition);
+        if (bCounts && review.vecErrors.empty()) { // what is refused takes nobody's name
+            _mapTaken.emplace(std::pair(folder.strPath, jsDefinition["name"].asString()),
+                              std::pair(file.strFile, folder.PathOf(file.strFile)));
+        }
         if (!bArray && folder.bOfService && jsDefinition.isObject()) {
             LookAtFileName(review, file, jsDefinition);
         }
@@ -216,14 +225,13 @@ void FileChecker::ForgetNamesOf(const std::string& strPath) {
 
 /// What a name has to do with those of other definitions.
 void FileChecker::LookAtName(Review& review, const CheckedFile& file, const Folder& folder,
-                             const Json::Value& jsDefinition) {
+                             const Json::Value& jsDefinition) const {
     if (!jsDefinition.isObject() || !jsDefinition["name"].isString()) {
         return;
     }
     const std::string strName = jsDefinition["name"].asString();
-    const auto [itTaken, bFirst] =
-        _mapTaken.emplace(std::pair(folder.strPath, strName), std::pair(file.strFile, folder.PathOf(file.strFile)));
-    if (!bFirst) {
+    const auto itTaken = _mapTaken.find(std::pair(folder.strPath, strName));
+    if (itTaken != _mapTaken.end()) {
         const std::string& strFirst = itTaken->second.first;
         const std::string strOther = strFirst == file.strFile ? "before" : "in " + Readable(strFirst);
         review.vecWarnings.push_back(

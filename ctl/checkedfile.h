@@ -33,12 +33,14 @@ private:
     void CheckFolder(const std::string& strFolder);
     void CheckFile(const std::string& strFile);
     void ForgetNamesOf(const std::string& strPath);
-    void LookAtFile(CheckedFile& file, const Folder& folder) const;
-    void LookAtDocument(CheckedFile& file, const Folder& folder, const Json::Value& jsDocument);
-    void LookAtName(Review& review, const CheckedFile& file, const Folder& folder, const Json::Value& jsDefinition);
+    static Review LookAtFile(const std::string& strFile, const Folder& folder);
+    /// @param bIsTaken  the service has nothing against the file itself.
+    void LookAtDocument(CheckedFile& file, const Folder& folder, const Json::Value& jsDocument, bool bIsTaken);
+    void LookAtName(Review& review, const CheckedFile& file, const Folder& folder,
+                    const Json::Value& jsDefinition) const;
 
     std::vector<CheckedFile> _vecFiles;
-    /// Folder and name of each definition that was met, and its file, as it was named and its path.
+    /// Folder and name of each good definition that was met, and its file, as it was named and its path.
     std::map<std::pair<std::string, std::string>, std::pair<std::string, std::string>> _mapTaken;
 };
 

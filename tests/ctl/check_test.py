@@ -223,7 +223,10 @@ class Files(unittest.TestCase):
     def test_of_one_folder_have_each_name_once(self):
         self.put(self.folder + "/a.conf", [PLAIN, {**PLAIN, "name": "b"}, PLAIN])
         self.put(self.folder + "/b.conf", {**PLAIN, "name": "b"})
-        self.assertEqual(self.told(self.folder), [("a.conf", True, ["repeated-name"]), ("b.conf", True, ["repeated-name"])])
+        self.put(self.folder + "/c.conf", {**PLAIN, "name": "c"}, 0o666)
+        self.put(self.folder + "/d.conf", [{**PLAIN, "name": "c", "timeout": -1}, {**PLAIN, "name": "c"}])
+        self.assertEqual(self.told(self.folder), [("a.conf", True, ["repeated-name"]), ("b.conf", True, ["repeated-name"]),
+                                                  ("c.conf", True, ["file-refused"]), ("d.conf", False, [])])
 
     def test_that_are_named_twice_define_nothing_twice(self):
         self.put(self.root + "/a.conf", PLAIN)
