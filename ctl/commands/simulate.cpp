@@ -26,6 +26,7 @@ struct Asked {
     std::vector<std::string> vecFiles;
     ClockPolicy ePolicy = ClockPolicy::CatchUp;
     int iMaxDelay = MAX_DELAY_BETWEEN_JOBS;
+    CommandOption maxDelay;
 };
 
 /// When the wall clock showed a minute that a tick looks back at. A minute that it left out has no instant of its own
@@ -136,12 +137,18 @@ private:
     Counts _mapSkips;
 };
 
-ExitStatus Run(const Asked& asked, const Common& common) {
-    UseZone(asked.strZone);
-    if (asked.vecFiles.empty() && asked.strZone.empty()) {
-        Client client(common.strRoot);
+/// @return over how many seconds jobs are spread: as asked for, else as the service does it with its own.
+int TakeFromService(const Asked& asked, const std::string& strRoot) {
+    Client client(strRoot);
+    if (asked.strZone.empty()) {
         StatusInItsZone(client);
     }
+    return asked.maxDelay.IsGiven() ? asked.iMaxDelay : client.Ask("template")["maxDelay"].asInt();
+}
+
+ExitStatus Run(const Asked& asked, const Common& common) {
+    UseZone(asked.strZone);
+    const int iMaxDelay = asked.vecFiles.empty() ? TakeFromService(asked, common.strRoot) : asked.iMaxDelay;
     const std::time_t tFrom = ParseTime(asked.strFrom);
     const std::time_t tTo = ParseTime(asked.strTo);
     if (tTo < tFrom) {
@@ -150,8 +157,7 @@ ExitStatus Run(const Asked& asked, const Common& common) {
     const std::vector<SimEvent> vecEvents =
         asked.strEvents.empty() ? std::vector<SimEvent>() : ReadEvents(asked.strEvents, tFrom);
     Record record;
-    Simulator simulator({asked.ePolicy, asked.iMaxDelay},
-                        JobTable(JobsToSimulate(asked.vecFiles, common.strRoot, tFrom)));
+    Simulator simulator({asked.ePolicy, iMaxDelay}, JobTable(JobsToSimulate(asked.vecFiles, common.strRoot, tFrom)));
     simulator.Run(tFrom, tTo, vecEvents,
                   [&record](const ClockReading& reading, const Decision& decision, const JobTable& table) {
                       record.Take(reading, decision, table);
@@ -179,7 +185,7 @@ void AddSimulate(CLI::App& app, Common& common) {
     command.Option("--to", asked->strTo, "Last instant").Type("TIME").Required();
     command.ClockOptions(asked->strZone, asked->ePolicy);
     command.Option("--events", asked->strEvents, "What happens to the machine meanwhile").Type("FILE");
-    command.MaxDelayOption(asked->iMaxDelay);
+    asked->maxDelay = command.MaxDelayOption(asked->iMaxDelay);
     command.Option("FILE", asked->vecFiles, "Definition files (the installed jobs)");
 }
 

@@ -329,6 +329,11 @@ class WithAService(unittest.TestCase):
 
     def test_the_template_and_its_delay(self):
         self.assertEqual(self.ask("template", "set-delay", "42")[1]["maxDelay"], 42)
+        minutes = [int(job["schedule"].split()[0]) for job in self.ask("list")[1]["jobs"]]
+        at_once = minutes[0] == minutes[1]
+        for arguments, delay in [([], 21), (["--max-delay", "10"], 5)]:
+            told = self.ask("simulate", "--from", "2027-01-01T00:00", "--to", "2027-01-02T00:00", *arguments)[1]
+            self.assertEqual([start["delay"] for start in told["starts"]], [0, delay if at_once else 0])
         with open(self.root + "/usr/vuko/etc/vukocrond.st.config", encoding="utf-8") as file:
             self.assertEqual(json.load(file)["maxDelay"], 42)
 
