@@ -68,6 +68,9 @@ DefinitionFault WhyBadPackageUser(const Json::Value& jsDefinition) {
     const Json::Value& jsAccount = jsDefinition["package_username"];
     std::string strReason;
     if (IsOfPackage(jsDefinition["user"].asString())) {
+        if (!jsDefinition.isMember("package_username")) {
+            return InField("package_username", "missing, expected an account name, as \"user\" contains \"package\"");
+        }
         if (!jsAccount.isString()) {
             return ExpectedText("package_username", jsAccount);
         }

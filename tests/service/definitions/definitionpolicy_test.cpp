@@ -129,6 +129,10 @@ TEST_F(DefinitionPolicy, RefusesAccountsThatNobodyCanHave) {
     EXPECT_EQ(WhyRun("package", std::string(256, 'p'), PackageOf(ALICE)),
               R"(field "package_username": 256 bytes are more than 255)");
     EXPECT_EQ(WhyRun("packages", 7, BuiltIn()), R"(field "package_username": expected a text, found a number)");
+    Json::Value jsDefinition = service_test::JobDefinition("job");
+    jsDefinition["user"] = "packages";
+    EXPECT_EQ(WhyRefused(jsDefinition, BuiltIn()),
+              R"(field "package_username": missing, expected an account name, as "user" contains "package")");
     EXPECT_EQ(WhyRun("root", 7, BuiltIn()), ""); // read by nobody
     EXPECT_EQ(WhyRun("root", "", BuiltIn()), "");
 }
