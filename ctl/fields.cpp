@@ -26,6 +26,16 @@ Json::Value DefinitionOfCrontab(const std::string& strCrontab) {
     return jsDefinition;
 }
 
+bool IsRandom(const std::vector<CronJob::Range>& vecRanges) {
+    return std::any_of(vecRanges.begin(), vecRanges.end(),
+                       [](const CronJob::Range& range) { return range.kind == RANDOM; });
+}
+
+bool IsRandom(const FieldRanges& ranges) {
+    return std::any_of(ranges.begin(), ranges.end(),
+                       [](const std::vector<CronJob::Range>& vecRanges) { return IsRandom(vecRanges); });
+}
+
 std::optional<FieldRanges> RangesOf(const std::string& strCrontab) {
     Json::Value jsDocument(Json::objectValue);
     jsDocument["config"] = DefinitionOfCrontab(strCrontab);

@@ -33,6 +33,10 @@ using FieldRanges = std::array<std::vector<CronJob::Range>, FIELD_COUNT>;
 /// Kinds of a CronJob::Range.
 enum RangeKind { VALUE = 0, RANDOM = 1, ANY = 2 };
 
+/// Whether one of the items, or of the fields' items, is drawn.
+bool IsRandom(const std::vector<CronJob::Range>& vecRanges);
+bool IsRandom(const FieldRanges& ranges);
+
 /// @return nothing for a text that is refused.
 std::optional<FieldRanges> RangesOf(const std::string& strCrontab);
 

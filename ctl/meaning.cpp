@@ -20,10 +20,6 @@ bool IsAny(const Ranges& ranges) {
     return std::any_of(ranges.begin(), ranges.end(), [](const CronJob::Range& range) { return range.kind == ANY; });
 }
 
-bool IsRandom(const Ranges& ranges) {
-    return std::any_of(ranges.begin(), ranges.end(), [](const CronJob::Range& range) { return range.kind == RANDOM; });
-}
-
 std::set<int> ValuesOf(const Ranges& ranges) {
     std::set<int> setValues;
     for (const CronJob::Range& range : ranges) {
@@ -148,7 +144,7 @@ std::string MeaningOf(const std::string& strCrontab) {
     if (std::any_of(fields->begin(), fields->end(), [](const Ranges& ranges) { return ranges.empty(); })) {
         return "never";
     }
-    const bool bRandom = std::any_of(fields->begin(), fields->end(), IsRandom);
+    const bool bRandom = IsRandom(*fields);
     return TimeText(*fields) + DateText(*fields) + (bRandom ? "; what is random is drawn once and then kept" : "");
 }
 

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "ctl/command.h"
+#include "ctl/fields.h"
 #include "ctl/jobs.h"
 #include "ctl/meaning.h"
 #include "ctl/nextstarts.h"
@@ -52,8 +53,10 @@ ExitStatus Run(const std::string& strCrontab, const Common& common) {
     }
     std::cout << "Meaning: " << (bValid ? MeaningOf(strCrontab) : "none, it is refused") << "\n";
     PrintReview(std::cout, std::string(), review, source);
+    // Random values are drawn for each answer, which must not be taken for what a service drew and keeps.
+    const bool bDrawn = IsRandom(RangesOf(strCrontab).value_or(FieldRanges()));
     for (const Json::Value& jsStart : jsResult["next"]) {
-        std::cout << "Next: " << jsStart["local"].asString() << "\n";
+        std::cout << (bDrawn ? "Next, as drawn now: " : "Next: ") << jsStart["local"].asString() << "\n";
     }
     if (bValid && jsResult["next"].empty()) {
         std::cout << "Next: not within " << LOOK_AHEAD_YEARS << " years\n";

@@ -270,6 +270,10 @@ class Meaning(unittest.TestCase):
         self.assertEqual((done.returncode, done.stdout), (2, ""))
         self.assertIn("found 4 arguments: put quotes around the fields", done.stderr)
 
+    def test_tells_that_what_is_random_was_drawn_for_the_answer(self):
+        lines = tool("explain", "0 3~4 * * *")[1].splitlines()
+        self.assertEqual([line.split(": ")[0] for line in lines], ["Meaning"] + ["Next, as drawn now"] * 3)
+
     def test_tells_that_nothing_comes(self):
         self.assertEqual(tool("explain", "0 0 30 2 *")[1].splitlines()[-1], "Next: not within 9 years")
 
