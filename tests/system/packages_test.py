@@ -183,6 +183,7 @@ class Packages(MachineTest):
         # Of writers that were killed.
         for folder in ("/usr/vuko/etc", "/usr/vuko/etc/vukocron.d", FOLDER, "/run"):
             self.machine.write(f"{folder}/.vuko-1234567890.tmp", "{")
+        self.machine.write(f"{FOLDER}/.vukocronctl-new-first.conf", "{")
 
         self.machine.run("dpkg", "--remove", "vukocrond")
         self.assertNotEqual(self.property("ActiveState"), "active")
