@@ -347,13 +347,13 @@ class RemoveAndEnable(Case):
         self.assertEqual(len(list(folder.glob("kill*"))), 40 if found else 0)
         if not found:
             self.done("add", "-", text=text)
-        self.assertEqual((len(list(folder.glob("kill*"))), list(folder.glob(".vuko*"))), (40, []))
+        self.assertEqual((len(list(folder.glob("kill*"))), list(folder.glob(".vukocronctl-*"))), (40, []))
         # One that had decided: whoever looks for a job next brings it to its end.
         for name in names[:20]:
             (folder / f"{name}.conf").rename(folder / f".vukocronctl-new-{name}.conf")
         (folder / ".vukocronctl-decided").touch()
         self.done("remove", *names)
-        self.assertEqual((list(folder.glob("kill*")), list(folder.glob(".vuko*"))), ([], []))
+        self.assertEqual((list(folder.glob("kill*")), list(folder.glob(".vukocronctl-*"))), ([], []))
 
     def test_a_job_that_stands_twice_is_removed_wholly(self):
         ROOT.define("pkg/a-first", named("twice"))
