@@ -59,6 +59,10 @@ Client::Client(const std::string& strRoot) : _strPath(strRoot + Protocol::SOCKET
     }
     _strPath.copy(address.sun_path, sizeof(address.sun_path) - 1);
     _iFd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    // A service that hangs must not hold up whoever looks after it, as a script does. It answers at once, but for what
+    // is waited for with poll().
+    constexpr int PATIENCE_SEC = 60;
+    SetPatience(PATIENCE_SEC);
     if (_iFd < 0 || connect(_iFd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
         Unreachable(errno);
     }
@@ -91,6 +95,7 @@ Json::Value Client::Ask(const std::string& strVerb, Json::Value jsMembers) {
 void Client::SetPatience(int iSeconds) {
     const timeval patience = {iSeconds, 0};
     setsockopt(_iFd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
+    setsockopt(_iFd, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof(patience)); // holds for connect(), too
 }
 
 void Client::Send(const std::string& strVerb, Json::Value jsMembers) {

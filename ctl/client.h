@@ -26,7 +26,7 @@ public:
     void Send(const std::string& strVerb, Json::Value jsMembers);
     Json::Value Receive();
     int Descriptor() const { return _iFd; }
-    /// After so long without a reply the service counts as one that cannot be reached. Without this, there is no end.
+    /// After so long without a reply the service counts as one that cannot be reached; a minute, where nobody says so.
     void SetPatience(int iSeconds);
     /// All pages of a list, one after the other.
     Json::Value AskAll(const std::string& strVerb, Json::Value jsMembers = Json::Value(Json::objectValue));
