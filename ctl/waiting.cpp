@@ -10,6 +10,7 @@
 #include <csignal>
 #include <iostream>
 
+#include "ctl/terminal.h"
 #include "ctl/text.h"
 #include "ctl/words.h"
 
@@ -29,7 +30,7 @@ sigset_t Interrupt() {
 } // namespace
 
 Waiting::Waiting(const std::string& strWhat, bool bQuiet)
-    : _strWhat(strWhat), _bShown(!bQuiet && isatty(STDERR_FILENO) != 0) {
+    : _strWhat(strWhat), _bShown(!bQuiet && isatty(STDERR_FILENO) != 0 && !IsDumb()) {
     const sigset_t set = Interrupt();
     sigprocmask(SIG_BLOCK, &set, nullptr);
     _iSignalFd = signalfd(-1, &set, SFD_CLOEXEC);

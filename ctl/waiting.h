@@ -5,7 +5,7 @@
 namespace VUKO::VUKOCrond::Ctl {
 
 /// A person's wait for something that takes its time: one line on standard error that tells how long it has been, where
-/// that is a terminal, and an end by Ctrl-C that ends nothing but the waiting.
+/// that is a terminal which can take back what it shows, and an end by Ctrl-C that ends nothing but the waiting.
 class Waiting {
 public:
     /// @param strWhat  stands before the time. @param bQuiet  show nothing.

@@ -147,7 +147,7 @@ private:
 };
 
 std::string Chart::Name(const std::string& strName) const {
-    return CutTo(_look.bUtf8 ? strName : AsciiOnly(strName), _uNameWidth);
+    return CutMiddle(_look.bUtf8 ? strName : AsciiOnly(strName), _uNameWidth);
 }
 
 void Chart::ChooseNameWidth() {

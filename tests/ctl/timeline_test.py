@@ -128,6 +128,10 @@ class Reckoned(WithFiles):
 
 
 class InCharacters(WithFiles):
+    def test_long_names_keep_their_ends(self):
+        lines = self.drawn([job("photos-of-all-accounts-" + word, "0 3 * * *") for word in ("daily", "weekly")], *HOURS_OF_NIGHT[:4])
+        self.assertEqual([line.split()[0] for line in lines[4:6]], ["photos…ccounts-daily", "photos…counts-weekly"])
+
     def test_a_night(self):
         self.assertEqual(self.drawn(NIGHT, *HOURS_OF_NIGHT, "--hours", "8"), [
             "Sat 2026-11-21 00:00 to Sat 2026-11-21 08:00, UTC", "",
