@@ -1,13 +1,17 @@
+#include <algorithm>
 #include <iostream>
 #include <map>
 #include <memory>
 #include <optional>
+#include <variant>
+#include <vector>
 
 #include "ctl/command.h"
 #include "ctl/events.h"
 #include "ctl/histogram.h"
 #include "ctl/jobs.h"
 #include "ctl/jobview.h"
+#include "ctl/jsonstream.h"
 #include "ctl/pager.h"
 #include "ctl/table.h"
 #include "ctl/zone.h"
@@ -43,98 +47,110 @@ std::time_t InstantOf(std::int64_t iMinute, const ClockReading& reading) {
     return reading.tNow;
 }
 
+/// What a simulation tells in one line. A year of a few jobs makes millions of them.
+struct Event {
+    std::time_t tInstant;
+    JobIndex uJob;
+    int iDelaySec;
+    std::variant<StartReason, SkipReason> reason;
+
+    bool IsStart() const { return std::holds_alternative<StartReason>(reason); }
+    const char* Reason() const {
+        return std::visit([](const auto eReason) { return ToText(eReason); }, reason);
+    }
+};
+
 /// Collects what a simulation tells.
 class Record {
 public:
-    void Take(const ClockReading& reading, const Decision& decision, const JobTable& table) {
+    /// @param table  the jobs, whose order stays; it has to outlive this.
+    explicit Record(const JobTable& table) : _table(table) {}
+
+    void Take(const ClockReading& reading, const Decision& decision) {
         for (const Start& start : decision.vecStarts) {
-            TakeStart(reading.tNow, start, table.At(start.uJob));
+            _vecStarts.push_back({reading.tNow, start.uJob, start.iDelaySec, start.eReason});
         }
         for (const Skip& skip : decision.vecSkips) {
-            TakeSkip(InstantOf(skip.iMinute, reading), skip, table.At(skip.uJob));
+            _vecSkips.push_back({InstantOf(skip.iMinute, reading), skip.uJob, 0, skip.eReason});
         }
     }
 
-    void TakeStart(std::time_t tInstant, const Start& start, const Job& job) {
-        Json::Value jsStart(Json::objectValue);
-        jsStart["epoch"] = static_cast<Json::Int64>(tInstant);
-        jsStart["local"] = LocalText(tInstant);
-        jsStart["job"] = job.id.strName;
-        jsStart["reason"] = ToText(start.eReason);
-        jsStart["delay"] = start.iDelaySec;
-        const bool bDue = start.eReason == StartReason::Due;
-        _mapRows.insert({tInstant,
-                         {jsStart["local"].asString(),
-                          NameOf(job),
-                          {bDue ? Style::Plain : Style::Good, ToText(start.eReason)},
-                          start.iDelaySec == 0 ? "-" : std::to_string(start.iDelaySec) + " s"}});
-        _jsStarts.append(std::move(jsStart));
-        ++_mapStarts[ToText(start.eReason)];
-        ++HourOf(tInstant).uStarts;
-    }
-
-    void TakeSkip(std::time_t tInstant, const Skip& skip, const Job& job) {
-        Json::Value jsSkip(Json::objectValue);
-        jsSkip["epoch"] = static_cast<Json::Int64>(tInstant);
-        jsSkip["job"] = job.id.strName;
-        jsSkip["reason"] = ToText(skip.eReason);
-        _jsSkips.append(std::move(jsSkip));
-        _mapRows.insert(
-            {tInstant,
-             {LocalText(tInstant), NameOf(job), {Style::Warn, std::string("skipped: ") + ToText(skip.eReason)}, "-"}});
-        ++_mapSkips[ToText(skip.eReason)];
-        ++HourOf(tInstant).uSkips;
-    }
-
-    Json::Value ToJson(const std::string& strZone, ClockPolicy ePolicy) const {
-        Json::Value jsResult(Json::objectValue);
-        jsResult["zone"] = strZone;
-        jsResult["policy"] = ToText(ePolicy);
-        jsResult["starts"] = _jsStarts;
-        jsResult["skips"] = _jsSkips;
-        return jsResult;
+    void PrintJson(std::ostream& out, const std::string& strZone, ClockPolicy ePolicy) const {
+        const auto make = [this](const Event& event) { return ToJson(event); };
+        out << "{\n";
+        PrintJsonMember(out, "zone", strZone);
+        PrintJsonMember(out, "policy", ToText(ePolicy));
+        PrintJsonArray(out, "starts", _vecStarts, make);
+        out << ",\n";
+        PrintJsonArray(out, "skips", _vecSkips, make);
+        out << "\n}\n";
     }
 
     void Print(std::ostream& out) const {
+        std::vector<Event> vecEvents = _vecStarts;
+        vecEvents.insert(vecEvents.end(), _vecSkips.begin(), _vecSkips.end());
+        std::stable_sort(vecEvents.begin(), vecEvents.end(),
+                         [](const Event& a, const Event& b) { return a.tInstant < b.tInstant; });
         Table table({"TIME", {"JOB", JOB_LEAST}, "OUTCOME", "DELAY"});
-        for (const auto& [iEpoch, vecRow] : _mapRows) {
-            table.Add(vecRow);
+        std::vector<HourCount> vecHours(24);
+        for (const Event& event : vecEvents) {
+            table.Add(RowOf(event));
+            ++(event.IsStart() ? HourOf(event, vecHours).uStarts : HourOf(event, vecHours).uSkips);
         }
         table.Print(out);
         out << "\nBy hour of the day:\n";
-        PrintHistogram(out, _vecHours);
-        out << "\n" << Totals("start", _mapStarts) << "; " << Totals("skip", _mapSkips) << ".\n";
+        PrintHistogram(out, vecHours);
+        out << "\n" << Totals("start", _vecStarts) << "; " << Totals("skip", _vecSkips) << ".\n";
     }
 
 private:
     static constexpr std::size_t JOB_LEAST = 12;
-    using Counts = std::map<std::string, std::size_t>;
+
+    Json::Value ToJson(const Event& event) const {
+        Json::Value jsEvent(Json::objectValue);
+        jsEvent["epoch"] = static_cast<Json::Int64>(event.tInstant);
+        jsEvent["job"] = _table.At(event.uJob).id.strName;
+        jsEvent["reason"] = event.Reason();
+        if (event.IsStart()) {
+            jsEvent["local"] = LocalText(event.tInstant);
+            jsEvent["delay"] = event.iDelaySec;
+        }
+        return jsEvent;
+    }
+
+    std::vector<Cell> RowOf(const Event& event) const {
+        const bool bDue = event.IsStart() && std::get<StartReason>(event.reason) == StartReason::Due;
+        const Style eStyle = bDue ? Style::Plain : event.IsStart() ? Style::Good : Style::Warn;
+        return {LocalText(event.tInstant), NameOf(_table.At(event.uJob)),
+                Cell{eStyle, (event.IsStart() ? "" : "skipped: ") + std::string(event.Reason())},
+                event.iDelaySec == 0 ? "-" : std::to_string(event.iDelaySec) + " s"};
+    }
 
     /// A job's name alone might be that of several: people are told which one.
     static std::string NameOf(const Job& job) { return job.id.strFolder.empty() ? job.id.strName : ToText(job.id); }
 
-    HourCount& HourOf(std::time_t tInstant) {
-        const std::optional<ClockReading> reading = ReadingAt(tInstant);
-        return _vecHours[reading ? static_cast<std::size_t>(reading->iLocalMinute / 60 % 24) : 0];
+    static HourCount& HourOf(const Event& event, std::vector<HourCount>& vecHours) {
+        const std::optional<ClockReading> reading = ReadingAt(event.tInstant);
+        return vecHours[reading ? static_cast<std::size_t>(WallMinuteOf(reading->iLocalMinute).iHour) : 0];
     }
 
     /// "3 starts: 2 due, 1 made-up"
-    static std::string Totals(const std::string& strThing, const Counts& mapCounts) {
-        std::size_t uAll = 0;
+    static std::string Totals(const std::string& strThing, const std::vector<Event>& vecEvents) {
+        std::map<std::string, std::size_t> mapCounts;
+        for (const Event& event : vecEvents) {
+            ++mapCounts[event.Reason()];
+        }
         std::string strKinds;
         for (const auto& [strKind, uCount] : mapCounts) {
-            uAll += uCount;
             strKinds += (strKinds.empty() ? ": " : ", ") + std::to_string(uCount) + " " + strKind;
         }
+        const std::size_t uAll = vecEvents.size();
         return (uAll == 0 ? "no" : std::to_string(uAll)) + " " + strThing + (uAll == 1 ? "" : "s") + strKinds;
     }
 
-    Json::Value _jsStarts{Json::arrayValue};
-    Json::Value _jsSkips{Json::arrayValue};
-    std::multimap<std::time_t, std::vector<Cell>> _mapRows;
-    std::vector<HourCount> _vecHours = std::vector<HourCount>(24);
-    Counts _mapStarts;
-    Counts _mapSkips;
+    const JobTable& _table;
+    std::vector<Event> _vecStarts;
+    std::vector<Event> _vecSkips;
 };
 
 /// @return over how many seconds jobs are spread: as asked for, else as the service does it with its own.
@@ -156,15 +172,15 @@ ExitStatus Run(const Asked& asked, const Common& common) {
     }
     const std::vector<SimEvent> vecEvents =
         asked.strEvents.empty() ? std::vector<SimEvent>() : ReadEvents(asked.strEvents, tFrom);
-    Record record;
     Simulator simulator({asked.ePolicy, iMaxDelay}, JobTable(JobsToSimulate(asked.vecFiles, common.strRoot, tFrom)));
+    Record record(simulator.Jobs());
     simulator.Run(tFrom, tTo, vecEvents,
-                  [&record](const ClockReading& reading, const Decision& decision, const JobTable& table) {
-                      record.Take(reading, decision, table);
+                  [&record](const ClockReading& reading, const Decision& decision, const JobTable&) {
+                      record.Take(reading, decision);
                       return true;
                   });
     if (common.bJson) {
-        PrintJson(record.ToJson(ZoneName(asked.strZone), asked.ePolicy));
+        record.PrintJson(std::cout, ZoneName(asked.strZone), asked.ePolicy);
     } else {
         const Pager pager(common);
         record.Print(std::cout);

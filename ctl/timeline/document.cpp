@@ -4,6 +4,7 @@
 
 #include <ostream>
 
+#include "ctl/jsonstream.h"
 #include "ctl/zone.h"
 
 namespace VUKO::VUKOCrond::Ctl {
@@ -44,42 +45,22 @@ Json::Value CollisionJson(const Timeline& timeline, const Collision& collision) 
     return jsCollision;
 }
 
-/// An array whose items are made one by one.
-template <typename Items, typename Make>
-void PrintArray(std::ostream& out, const char* szName, const Items& items, const Make& make) {
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    out << "  \"" << szName << "\": [";
-    bool bFirst = true;
-    for (const auto& item : items) {
-        out << (bFirst ? "\n    " : ",\n    ") << Json::writeString(builder, make(item));
-        bFirst = false;
-    }
-    out << (bFirst ? "]" : "\n  ]");
-}
-
-void PrintMember(std::ostream& out, const char* szName, const Json::Value& jsValue) {
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    out << "  \"" << szName << "\": " << Json::writeString(builder, jsValue) << ",\n";
-}
-
 } // namespace
 
 void PrintTimelineJson(std::ostream& out, const Timeline& timeline, const std::string& strZone) {
     out << "{\n";
-    PrintMember(out, "zone", strZone);
-    PrintMember(out, "policy", ToText(timeline.span.ePolicy));
-    PrintMember(out, "passive", timeline.span.bPassive);
-    PrintMember(out, "draining", timeline.span.bDraining);
-    PrintMember(out, "from", InstantJson(timeline.span.tFrom));
-    PrintMember(out, "to", InstantJson(timeline.span.tTo));
-    PrintArray(out, "jobs", timeline.vecJobs, JobJson);
+    PrintJsonMember(out, "zone", strZone);
+    PrintJsonMember(out, "policy", ToText(timeline.span.ePolicy));
+    PrintJsonMember(out, "passive", timeline.span.bPassive);
+    PrintJsonMember(out, "draining", timeline.span.bDraining);
+    PrintJsonMember(out, "from", InstantJson(timeline.span.tFrom));
+    PrintJsonMember(out, "to", InstantJson(timeline.span.tTo));
+    PrintJsonArray(out, "jobs", timeline.vecJobs, JobJson);
     out << ",\n";
-    PrintArray(out, "idle", timeline.vecIdle, [](const std::string& strName) { return Json::Value(strName); });
+    PrintJsonArray(out, "idle", timeline.vecIdle, [](const std::string& strName) { return Json::Value(strName); });
     out << ",\n";
-    PrintArray(out, "collisions", timeline.vecCollisions,
-               [&timeline](const Collision& collision) { return CollisionJson(timeline, collision); });
+    PrintJsonArray(out, "collisions", timeline.vecCollisions,
+                   [&timeline](const Collision& collision) { return CollisionJson(timeline, collision); });
     out << "\n}\n";
 }
 
