@@ -118,16 +118,20 @@ TEST_F(Core, StartsNothingWhileItDrains) {
 TEST_F(Core, TellsOnceOfAJobThatIsOverdueAndWaits) {
     Json::Value jsDefinition = With(DefinitionOf("a", "0 5 1 1 *"), "assure_execute", 1);
     StartWith({jsDefinition});
+    const Texts vecOverdue{"<4>tick:2 job pkg/a is overdue: it has not run for more than 1 hours and waits for its "
+                           "next minute"};
     _life.RunMinutes(60);
     EXPECT_EQ(_log.Take(), Texts{});
     _life.RunMinutes(3);
-    EXPECT_EQ(_log.Take(),
-              Texts{"<4>tick:2 job pkg/a is overdue: it has not run for more than 1 hours and waits for its "
-                    "next minute"});
+    EXPECT_EQ(_log.Take(), vecOverdue);
     _life.Kill();
     _life.Start();
     _life.RunMinutes(3);
     EXPECT_EQ(Launches(), 0U);
+    EXPECT_EQ(_life.Core().RunNow(_life.IndexOf("a"), _life.Reading(), nullptr), SkipReason::None);
+    End("a");
+    _life.RunMinutes(63);
+    EXPECT_EQ(_log.Take(), vecOverdue) << "again, as it has run since";
 }
 
 TEST_F(Core, RunsAnOverdueJobThatAsksForItOnceTheBootHasSettled) {

@@ -146,6 +146,10 @@ TEST_F(Core, StartsAJobBesideItsLastRunWhereThatIsAllowed) {
     EXPECT_EQ(_life.Job("a").uRunning, 3U);
     End("a");
     EXPECT_EQ(_life.Job("a").uRunning, 2U);
+    _life.Machine().End(_life.Machine().Launches().front(), EndKind::Exited, 5);
+    _life.Settle();
+    EXPECT_EQ(_life.Job("a").uRunning, 1U);
+    EXPECT_EQ(_life.Job("a").iLastCode, 0) << "an older run is not the last because it ends later";
 }
 
 TEST_F(Core, KnowsOfTheRunOfAJobThatWasAwayMeanwhile) {

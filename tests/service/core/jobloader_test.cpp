@@ -158,7 +158,15 @@ INSTANTIATE_TEST_SUITE_P(, LoadingAfterAnEdit,
 
 TEST_F(Loading, RedrawsOnlyTheFieldsThatWereEdited) {
     Load({Found(DefinitionOf("job", "~ ~ 1~28 * ~"))});
-    Change([](Service::Job& job) { job.iLastExecution = 1000; });
+    const auto beside = [this](const char* szType, int iFrom, int iCount) {
+        return std::to_string((_template.GetGeneratedSchedule(szType) - iFrom + 1) % iCount + iFrom) + " ";
+    };
+    Change([&](Service::Job& job) {
+        job.iLastExecution = 1000;
+        // Not the template's values: those would come again.
+        job.strSchedule = beside(SZK_MINUTE, 0, 60) + beside(SZK_HOUR, 0, 24) + beside(SZK_DAY, 1, 28) + "-1 " +
+                          std::to_string((_template.GetGeneratedSchedule(SZK_WEEK) + 1) % 7);
+    });
     const std::vector<std::vector<int>> vecBefore = ScheduleValues(Job().strSchedule);
     _iNow += 50;
     EXPECT_EQ(Load({Found(DefinitionOf("job", "~ 7 1~28 * ~"))}).uChanged, 1U);

@@ -153,6 +153,7 @@ TEST_F(Requests, GiveAsMuchOfAListAsIsAskedFor) {
     EXPECT_EQ(jsPage["items"][0]["id"], "pkg/job1110");
     EXPECT_EQ(jsPage["next"], 117);
     EXPECT_EQ(Ask("list", Member("limit", 1000))["result"]["items"].size(), 100U);
+    EXPECT_EQ(Ask("list", Member("limit", 0))["result"]["next"], 1) << "or whoever asks for the rest never ends";
     jsPage = Ask("list", Member("from", 119))["result"];
     EXPECT_EQ(jsPage["items"].size(), 1U);
     EXPECT_TRUE(jsPage["next"].isNull());
