@@ -42,8 +42,7 @@ private:
 
 /// Whether two warnings are about the same five fields, and so have one rewrite.
 bool IsOfSameText(const ReviewWarning& left, const ReviewWarning& right) {
-    return left.strOf == right.strOf && left.place.strField == right.place.strField &&
-           left.rewrite == right.rewrite;
+    return left.strOf == right.strOf && left.place.strField == right.place.strField && left.rewrite == right.rewrite;
 }
 
 } // namespace
