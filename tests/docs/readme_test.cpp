@@ -18,7 +18,7 @@ TEST(Readme, ShowsADefinitionThatMakesAJob) {
 /// The library's example compiles: it is built into this program, and this holds the two texts together.
 TEST(Readme, ShowsTheCodeThatIsCompiledHere) {
     const std::string strExample = docs::BlockAfter("README.md", "## The library in use");
-    const std::string strCompiled = support::ReadFile(std::string(VUKO_SOURCE_DIR) + "/tests/docs/example.cpp");
+    const std::string strCompiled = support::ReadFile(VUKO_SOURCE_DIR "/tests/docs/example.cpp");
     EXPECT_FALSE(strExample.empty());
     EXPECT_EQ(strCompiled, strExample);
 }

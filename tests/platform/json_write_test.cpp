@@ -126,8 +126,8 @@ TEST_F(JsonWrite, WritesToARelativePath) {
 }
 
 TEST_F(JsonWrite, TakesTheLongestNameThereIs) {
-    ExpectWritten(_dir / (std::string(250, 'n') + ".conf"));
-    ExpectRefused(Document(), _dir / (std::string(251, 'n') + ".conf"), ENAMETOOLONG);
+    ExpectWritten(_dir / std::string(250, 'n').append(".conf"));
+    ExpectRefused(Document(), _dir / std::string(251, 'n').append(".conf"), ENAMETOOLONG);
 }
 
 TEST_F(JsonWrite, RefusesPlacesWhereNoFileCanBe) {

@@ -26,7 +26,7 @@ namespace {
 using Calls = std::vector<std::string>;
 using Texts = std::vector<std::string>;
 
-constexpr const char* FOLDER = "/usr/local/etc/vukocron_nonroot.d/pkgA";
+const std::string FOLDER = "/usr/local/etc/vukocron_nonroot.d/pkgA";
 constexpr const char* SOURCE = "pkgconfigmanager";
 
 class PackageStore : public ::testing::Test {
@@ -43,7 +43,7 @@ TEST_F(PackageStore, KeepsThePackageTheNameAndThePathInThisOrder) {
     const PkgConfigManagerPrivate store("pkgA", "sync");
     EXPECT_EQ(store.strPkg, "pkgA");
     EXPECT_EQ(store.strName, "sync");
-    EXPECT_EQ(store.strPath, std::string(FOLDER) + "/sync.conf");
+    EXPECT_EQ(store.strPath, FOLDER + "/sync.conf");
     EXPECT_LT(&store.strPkg, &store.strName);
     EXPECT_LT(&store.strName, &store.strPath);
     EXPECT_EQ(sizeof(store), 3 * sizeof(std::string));
@@ -67,16 +67,16 @@ TEST_F(PackageStore, LooksForThePackagesFolderAndAsksNotWhoItIs) {
     PkgConfigManager store("pkgA", "sync");
     EXPECT_TRUE(store.Save(Definition()));
     EXPECT_TRUE(store.Remove());
-    const std::string strPath = std::string(FOLDER) + "/sync.conf";
-    EXPECT_EQ(fake::Calls(), (Calls{std::string("isdir ") + FOLDER, "toFile " + strPath + " durable=1",
-                                    "exist " + strPath, "unlink " + strPath}));
+    const std::string strPath = FOLDER + "/sync.conf";
+    EXPECT_EQ(fake::Calls(),
+              (Calls{"isdir " + FOLDER, "toFile " + strPath + " durable=1", "exist " + strPath, "unlink " + strPath}));
 }
 
 TEST_F(PackageStore, OnlyReportsAMissingFolderAndStaysUsable) {
     fake::StorePlatform().setFolders.clear();
     ExpectInBothForms([] { const PkgConfigManager store("pkgA", "sync"); },
-                      {{49, std::string("config folder not exist: ") + FOLDER}}, SOURCE);
-    EXPECT_EQ(fake::Calls(), (Calls(2, std::string("isdir ") + FOLDER)));
+                      {{49, "config folder not exist: " + FOLDER}}, SOURCE);
+    EXPECT_EQ(fake::Calls(), (Calls(2, "isdir " + FOLDER)));
     EXPECT_TRUE(fake::StorePlatform().setFolders.empty());
 }
 

@@ -143,7 +143,7 @@ TEST(DefinitionReason, WantsAnObject) {
 
 TEST(DefinitionReason, StaysShortWhateverTheValueIs) {
     Json::Value jsDefinition = service_test::JobDefinition("job");
-    jsDefinition["crontab"] = std::string(1 << 20, 'x') + " * * * *";
+    jsDefinition["crontab"] = std::string(1 << 20, 'x').append(" * * * *");
     EXPECT_LT(WhyInvalid(jsDefinition).size(), 200U);
     jsDefinition["period"] = std::string(1 << 20, '\n');
     EXPECT_LT(WhyInvalid(jsDefinition).size(), 400U);
