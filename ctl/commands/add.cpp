@@ -10,6 +10,7 @@
 #include "ctl/filechanges.h"
 #include "ctl/newdefinition.h"
 #include "ctl/proposal.h"
+#include "ctl/text.h"
 
 namespace VUKO::VUKOCrond::Ctl {
 
@@ -38,9 +39,9 @@ void RequireUsage(const Asked& asked, const Common& common) {
     const auto itWord = std::find_if(asked.vecWords.begin(), asked.vecWords.end(), IsGiven);
     const bool bWords = itWord != asked.vecWords.end() || !common.vecCommand.empty();
     if (!asked.strFile.empty() && bWords) {
-        BadUsage("a file says all itself: no " +
+        BadUsage(Readable(asked.strFile) + " is taken for a file, which says all itself: no " +
                  (itWord != asked.vecWords.end() ? itWord->Name() : std::string("command")) +
-                 " with it; a command stands behind --");
+                 " with it (a job is named by --name, its command stands behind --)");
     }
     if (!asked.strFile.empty()) {
         return;

@@ -126,7 +126,8 @@ class Add(Case):
                 (["-", "--daily"], 2, "--daily"), ([*name, "--daily", "--user", "alice", *command], 2, "--user"),
                 ([*name, "--daily", "--", "no-such-program"], 1, "is no program in PATH"),
                 ([*name, "--daily", "--package", "absent", *command], 1, "install -d -m 755 -o ACCOUNT"),
-                ([*name, "--daily", "/bin/true"], 2, "a command stands behind --"),
+                ([*name, "--daily", "/bin/true"], 2, "its command stands behind --"),
+                (["usage", "--daily", *command], 2, "add: usage is taken for a file, which says all itself: no --daily with it"),
                 ([*name, "--daily", "--", "/bin/echo a b"], 1, "give its arguments as words of their own"),
                 (["/no/such/file"], 1, "cannot be read: No such file"), ([*name, "--daily", "--package", "a/b", *command], 1, "a/b")]:
             with self.subTest(words=words):
