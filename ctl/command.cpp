@@ -48,6 +48,11 @@ std::string Marked(const std::string& strWord) {
     return strWord.starts_with('[') && strWord.ends_with(']') ? strWord + MARK : strWord;
 }
 
+std::string WithoutMarks(std::string strText) {
+    std::erase(strText, MARK);
+    return strText;
+}
+
 CommandOption CommandOption::Type(const std::string& strName) const {
     _pOption->type_name(strName);
     return *this;

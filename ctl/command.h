@@ -75,6 +75,8 @@ private:
 /// A word of the command line as the parser has to be given it: it would take "[a,b]" for two values. Options and
 /// arguments of commands take the mark away again.
 std::string Marked(const std::string& strWord);
+/// What the parser has to say about such words, without the marks.
+std::string WithoutMarks(std::string strText);
 
 /// Adds a command; `run` of `common` is set when it is chosen. Each stands in a file of its own.
 Command AddCommand(CLI::App& app, Common& common, const std::string& strName, const std::string& strDescription,

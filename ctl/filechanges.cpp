@@ -301,7 +301,10 @@ void FileChanges::WriteStaged(std::vector<FileName>& vecWritten) {
         }
     }
     if (iErrno != 0) {
-        throw Failure(_mapChanges.begin()->first, false, iErrno);
+        const auto itMissing = std::find_if(_mapChanges.begin(), _mapChanges.end(), [&](const auto& change) {
+            return std::find(vecWritten.begin(), vecWritten.end(), change.first) == vecWritten.end();
+        });
+        throw Failure(itMissing == _mapChanges.end() ? _mapChanges.begin()->first : itMissing->first, false, iErrno);
     }
 }
 

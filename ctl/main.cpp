@@ -22,7 +22,8 @@ constexpr const char* FOOTER =
     "could not be reached, 4 permission denied.";
 
 std::string Complaint(const CLI::App* pApp, const CLI::Error& error) {
-    return pApp->get_name() + ": " + error.what() + "\nTry '" + pApp->get_name() + " --help' for more information.\n";
+    return pApp->get_name() + ": " + WithoutMarks(error.what()) + "\nTry '" + pApp->get_name() +
+           " --help' for more information.\n";
 }
 
 /// The first word that is neither an option of the tool nor the value of one: which command is asked for.

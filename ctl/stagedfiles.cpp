@@ -97,7 +97,14 @@ int StagedFiles::Decide() const {
     const ActAs account(WriterOf(_place));
     const UniqueFd fdFolder = OpenFolder(_place);
     const UniqueFd fdMark(openat(fdFolder.Get(), MARK, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-    return fdMark && fsync(fdFolder.Get()) == 0 ? 0 : errno;
+    if (fdMark && fsync(fdFolder.Get()) == 0) {
+        return 0;
+    }
+    const int iErrno = errno;
+    if (fdMark) { // or what is written next would count as decided
+        unlinkat(fdFolder.Get(), MARK, 0);
+    }
+    return iErrno;
 }
 
 int StagedFiles::Show(std::vector<std::string>& vecShown) const {

@@ -276,6 +276,8 @@ class RemoveAndEnable(Case):
         for command in ("disable", "remove"):
             told = self.told(command, "--", *names)
             self.assertEqual([job["id"] for job in told["jobs"]], ["builtin-dyn/" + name for name in names])
+        for words in (["[a,b]"], ["simulate", "--from", "@0", "--to", "@1", "--max-delay", "[a,b]"]):
+            self.assertRegex(self.done(*words, status=2).stderr, r'^[ -~]*\[a,b\][ -~]*\n')
 
     def test_one_that_is_not_there_keeps_the_others_as_they_are(self):
         self.done("add", "-", text=json.dumps(named("stays")))
@@ -355,6 +357,30 @@ class RemoveAndEnable(Case):
         (folder / ".vukocronctl-decided").touch()
         self.done("remove", *names)
         self.assertEqual((list(folder.glob("kill*")), list(folder.glob(".vukocronctl-*"))), ([], []))
+
+    def test_what_somebody_puts_there_meanwhile_stays_and_is_named(self):
+        names = [f"taken{number}" for number in range(10, 50)]
+        folder = ROOT.file("builtin-dyn/x").parent
+        theirs = folder / "taken30.conf"
+        for _ in range(20):
+            tool = subprocess.Popen(ROOT.command("add", "-"), stdin=subprocess.PIPE, stdout=subprocess.DEVNULL,
+                                    stderr=subprocess.PIPE, text=True, env=rooted.ENVIRONMENT)
+            tool.stdin.write(json.dumps([named(name) for name in names]))
+            tool.stdin.close()
+            while tool.poll() is None and not list(folder.glob(".vukocronctl-new-*")):
+                time.sleep(0)
+            try:
+                theirs.symlink_to("nowhere")
+            except FileExistsError:  # it was too quick
+                tool.wait(60)
+                self.done("remove", *names)
+            with tool:
+                error = tool.stderr.read()
+            if theirs.is_symlink():
+                break
+        self.assertEqual((tool.returncode, error), (1, f"vukocronctl: {theirs} cannot be written: File exists. Nothing is changed\n"))
+        self.assertEqual((list(folder.glob("taken*")), list(folder.glob(".vukocronctl-*"))), ([theirs], []))
+        theirs.unlink()
 
     def test_a_job_that_stands_twice_is_removed_wholly(self):
         ROOT.define("pkg/a-first", named("twice"))
