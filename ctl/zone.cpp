@@ -124,7 +124,7 @@ std::tm ParseWallTime(const std::string& strText) {
     tmWanted.tm_hour = std::stoi(match[4]);
     tmWanted.tm_min = std::stoi(match[5]);
     tmWanted.tm_sec = match[6].matched ? std::stoi(match[6]) : 0;
-    if (!IsDate(tmWanted)) {
+    if (!IsDate(tmWanted) || tmWanted.tm_year <= -TM_YEAR_BASE) {
         RefuseTime(strText);
     }
     return tmWanted;

@@ -14,6 +14,7 @@
 #include "ctl/jsonstream.h"
 #include "ctl/pager.h"
 #include "ctl/table.h"
+#include "ctl/text.h"
 #include "ctl/zone.h"
 
 namespace VUKO::VUKOCrond::Ctl {
@@ -127,7 +128,9 @@ private:
     }
 
     /// A job's name alone might be that of several: people are told which one.
-    static std::string NameOf(const Job& job) { return job.id.strFolder.empty() ? job.id.strName : ToText(job.id); }
+    static std::string NameOf(const Job& job) {
+        return job.id.strFolder.empty() ? job.id.strName : Spelled(ToText(job.id));
+    }
 
     static HourCount& HourOf(const Event& event, std::vector<HourCount>& vecHours) {
         const std::optional<ClockReading> reading = ReadingAt(event.tInstant);

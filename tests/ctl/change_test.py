@@ -279,6 +279,12 @@ class RemoveAndEnable(Case):
         for words in (["[a,b]"], ["simulate", "--from", "@0", "--to", "@1", "--max-delay", "[a,b]"]):
             self.assertRegex(self.done(*words, status=2).stderr, r'^[ -~]*\[a,b\][ -~]*\n')
 
+    def test_a_list_and_a_simulation_spell_a_name_alike(self):
+        self.done("add", "-", text=json.dumps(named("größe")))
+        for words in (["list"], ["simulate", "--from", "2026-01-05T23:30", "--to", "2026-01-05T23:30"]):
+            self.assertIn("builtin-dyn/größe ", self.done(*words).stdout)
+        self.done("remove", "größe")
+
     def test_one_that_is_not_there_keeps_the_others_as_they_are(self):
         self.done("add", "-", text=json.dumps(named("stays")))
         for command in ("remove", "disable"):

@@ -86,6 +86,7 @@ class Next(unittest.TestCase):
                 (["next", "--crontab", "* * * * *", "--tz", "Mars/Olympus"], 2, "is no time zone"),
                 (["next", "--crontab", "* * * * *", "--from", "yesterday"], 2, "is no time"),
                 (["next", "--crontab", "* * * * *", "--from", "2026-02-30T00:00"], 2, "is no time"),
+                (["next", "--crontab", "* * * * *", "--from", "0000-12-31T00:00"], 2, "is no time"),
                 (["next", "--crontab", "* * * * *", "-n", "0"], 2, "-n"),
                 (["next", "--crontab", "* * * * *", "--policy", "0"], 2, "--policy: 0 not in {literal,catchup}"),
                 (["next", "--file", "/no/such/file"], 1, "/no/such/file: cannot be read: No such file or directory"),
