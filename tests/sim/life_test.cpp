@@ -39,7 +39,6 @@ namespace {
 constexpr int MINUTE = 60;
 constexpr int HOUR = 3600;
 constexpr int JOBS = 8;
-constexpr std::int64_t USEC = 1'000'000;
 
 const char* const ZONES[] = {
     "UTC", "Europe/Berlin", "Australia/Lord_Howe", "America/St_Johns", "Asia/Kathmandu", "America/Sao_Paulo"};

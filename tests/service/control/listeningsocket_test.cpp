@@ -28,7 +28,7 @@ int EntriesOf(const support::TempDir& dir) {
 } // namespace
 
 TEST(ListeningSocketTest, IsOpenToEverybodyWhateverTheUmask) {
-    for (const mode_t uUmask : {0, 022, 0777}) {
+    for (const mode_t uUmask : {0U, 022U, 0777U}) {
         const support::ScopedUmask umask(uUmask);
         const support::TempDir dir;
         const ListeningSocket socket(dir / "s");
